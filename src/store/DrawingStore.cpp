@@ -1,0 +1,186 @@
+#include "DrawingStore.h"
+
+#include "Clock.h"
+#include "Defaults.h"
+#include "NotificationCenter.h"
+#include "PaletteColor.h"
+
+#include <QTextBoundaryFinder>
+#include <cmath>
+
+DrawingStore& DrawingStore::shared() {
+    static DrawingStore store;
+    return store;
+}
+
+DrawingStore::DrawingStore() = default;
+DrawingStore::~DrawingStore() = default;
+
+void DrawingStore::post() {
+    NotificationCenter::defaultCenter().post(drawingStoreChanged);
+}
+
+void DrawingStore::begin(QPointF at) {
+    Item item;
+    item.kind = tool;
+    item.points = {at};
+    item.color = paletteColor(colorIndex).color;
+    item.width = width;
+    current_ = std::move(item);
+    post();
+}
+
+void DrawingStore::update(QPointF to) {
+    if (!current_ || current_->kind == Tool::text)
+        return;
+    auto& points = current_->points;
+    if (isShapeTool(current_->kind) && points.size() >= 2)
+        points[1] = to;
+    else
+        points.push_back(to);
+    post();
+}
+
+void DrawingStore::finishStroke(QPointF at) {
+    if (!current_ || current_->kind == Tool::text)
+        return;
+    update(at);
+    Item item = std::move(*current_);
+    current_.reset();
+    if (isShapeTool(item.kind)) {
+        const bool longEnough =
+            item.points.size() >= 2 && std::hypot(item.points[1].x() - item.points[0].x(),
+                                                  item.points[1].y() - item.points[0].y()) >= 3.0;
+        if (!longEnough) {
+            post(); // the preview goes away
+            return;
+        }
+    }
+    commit(std::move(item));
+}
+
+void DrawingStore::commit(Item item) {
+    item.finishedAt = Clock::now();
+    items_.push_back(std::move(item));
+    ensureTimer();
+    post();
+}
+
+void DrawingStore::undo() {
+    if (items_.empty())
+        return;
+    items_.pop_back();
+    post();
+}
+
+void DrawingStore::clear() {
+    items_.clear();
+    current_.reset();
+    post();
+}
+
+void DrawingStore::endSession() {
+    if (current_) {
+        if (current_->kind == Tool::text)
+            commitText();
+        else if (!current_->points.empty())
+            finishStroke(current_->points.back());
+    }
+    current_.reset();
+}
+
+void DrawingStore::beginText(QPointF at) {
+    Item item;
+    item.kind = Tool::text;
+    item.points = {at};
+    item.color = paletteColor(colorIndex).color;
+    item.width = width * 3 + 18;
+    current_ = std::move(item);
+    post();
+}
+
+void DrawingStore::appendText(const QString& string) {
+    if (!current_ || current_->kind != Tool::text)
+        return;
+    current_->text += string;
+    post();
+}
+
+void DrawingStore::deleteLastCharacter() {
+    if (!current_ || current_->kind != Tool::text || current_->text.isEmpty())
+        return;
+    QString& text = current_->text;
+    QTextBoundaryFinder graphemes(QTextBoundaryFinder::Grapheme, text);
+    graphemes.toEnd();
+    const qsizetype start = graphemes.toPreviousBoundary();
+    text.truncate(start < 0 ? 0 : start);
+    post();
+}
+
+void DrawingStore::commitText() {
+    if (!current_ || current_->kind != Tool::text)
+        return;
+    Item item = std::move(*current_);
+    current_.reset();
+    if (item.text.isEmpty()) {
+        post();
+        return;
+    }
+    commit(std::move(item));
+}
+
+double DrawingStore::fadeSeconds() {
+    return Defaults::doubleValue(QStringLiteral("fadeSeconds"));
+}
+
+double DrawingStore::alpha(const Item& item, double now) {
+    return alpha(item, now, fadeSeconds());
+}
+
+double DrawingStore::alpha(const Item& item, double now, double delay) {
+    if (!(delay > 0) || !item.finishedAt)
+        return 1.0;
+    const double age = now - *item.finishedAt;
+    if (age <= delay)
+        return 1.0;
+    const double remaining = 1.0 - (age - delay) / fadeDuration;
+    // Clock values are not exact in binary: the tick at delay + 0.8 s must see 0,
+    // not a rounding residue that keeps an invisible item for one more frame.
+    return remaining <= 1e-9 ? 0.0 : remaining;
+}
+
+void DrawingStore::ensureTimer() {
+    if (timer)
+        return;
+    timer = std::make_unique<QTimer>();
+    timer->setTimerType(Qt::PreciseTimer);
+    timer->setInterval(timerIntervalMs);
+    QObject::connect(timer.get(), &QTimer::timeout, [this] { tick(); });
+    timer->start();
+}
+
+void DrawingStore::tick() {
+    const double now = Clock::now();
+    const double delay = fadeSeconds();
+    const size_t before = items_.size();
+    std::erase_if(items_, [&](const Item& item) { return alpha(item, now, delay) <= 0; });
+
+    bool fading = false;
+    if (delay > 0) {
+        // Items fade in commit order, so the oldest remaining one decides.
+        for (const Item& item : items_) {
+            if (item.finishedAt && now - *item.finishedAt > delay) {
+                fading = true;
+                break;
+            }
+        }
+    }
+    if (fading || items_.size() != before)
+        post();
+
+    if (items_.empty()) {
+        // We are inside the timer's own timeout signal: stop now, delete later.
+        timer->stop();
+        timer.release()->deleteLater();
+    }
+}
