@@ -28,8 +28,9 @@ struct HotKeyConfig {
     QString display() const;
 
     // From a key press: the stored key code, the key's name, the modifier mask.
-    static quint32 keyCode(const QKeyEvent& event);
-    static QString keyName(const QKeyEvent& event);
+    // (Named "...For" because keyCode and keyName are the fields.)
+    static quint32 keyCodeFor(const QKeyEvent& event);
+    static QString keyNameFor(const QKeyEvent& event);
     static quint32 carbonModifiers(Qt::KeyboardModifiers modifiers);
 
     bool operator==(const HotKeyConfig&) const = default;

@@ -2,6 +2,7 @@
 
 #include "HotKeyConfig.h"
 
+#include <QList>
 #include <functional>
 #include <memory>
 
@@ -9,6 +10,9 @@ class HotKeyBackend;
 
 // The one system-wide hot key. Presses are delivered once each, queued to the
 // main thread, to onPress (read when the press is handled, not when it arrived).
+// Created on first use, which must come after the QGuiApplication exists: the
+// platform's facility is chosen then, once (X11 when the application runs on an
+// X server, otherwise one that refuses every shortcut).
 class HotKeyManager {
 public:
     static HotKeyManager& shared();
@@ -20,6 +24,10 @@ public:
     bool registerHotKey(const HotKeyConfig& config);
     void unregister();
     bool isRegistered() const;
+
+    // For reading key presses: what a hardware key code types in the current
+    // keymap, unshifted first; empty without a keymap (no X11).
+    QList<quint32> keysymsOfKey(quint32 nativeKeyCode) const;
 
 private:
     HotKeyManager();

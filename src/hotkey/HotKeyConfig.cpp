@@ -1,0 +1,161 @@
+#include "HotKeyConfig.h"
+
+#include "Defaults.h"
+#include "Fatal.h"
+#include "HotKeyManager.h"
+#include "KeyTable.h"
+
+#include <QKeyEvent>
+#include <QRegularExpression>
+#include <cstdio>
+
+namespace {
+
+const QString codeKey = QStringLiteral("hkCode");
+const QString modifiersKey = QStringLiteral("hkMods");
+const QString nameKey = QStringLiteral("hkName");
+
+constexpr qint64 largestStoredNumber = 0xFFFFFFFFLL;
+
+[[noreturn]] void failOutOfRange(const QString& key, const QString& value) {
+    fatalError(QStringLiteral("the value %1 of \"%2\" in %3 is outside 0...4294967295")
+                   .arg(value, key, Defaults::fileName()));
+}
+
+// A stored whole number as 32 bits; nullopt when the value is no number at all,
+// which Defaults reports. A number that doesn't fit was not written by us.
+std::optional<quint32> storedNumber(const QString& key) {
+    if (const std::optional<qint64> value = Defaults::integerValue(key)) {
+        if (*value < 0 || *value > largestStoredNumber)
+            failOutOfRange(key, QString::number(*value));
+        return static_cast<quint32>(*value);
+    }
+    // Too long even for 64 bits.
+    static const QRegularExpression wholeNumber(QStringLiteral("^[+-]?[0-9]+$"));
+    const QString text = Defaults::stringValue(key).value_or(QString()).trimmed();
+    if (wholeNumber.match(text).hasMatch())
+        failOutOfRange(key, text);
+    return std::nullopt;
+}
+
+void warnUnreadableShortcut() {
+    static bool warned = false;
+    if (warned)
+        return;
+    warned = true;
+    std::fprintf(stderr,
+                 "Quillery: the drawing shortcut in %s is unreadable; using Ctrl+Alt+D until "
+                 "a new one is set\n",
+                 Defaults::fileName().toLocal8Bit().constData());
+}
+
+// The keysyms behind a key press. The stored code comes from what the key
+// types unshifted in the first layout, so that it names the physical key
+// whatever layout is in use when the shortcut is pressed; the name comes from
+// what it types unshifted in the layout in use, as the user sees it.
+struct PressedKeysyms {
+    quint32 forCode = 0;
+    quint32 forName = 0;
+};
+
+PressedKeysyms pressedKeysyms(const QKeyEvent& event) {
+    const quint32 typed = event.nativeVirtualKey();
+    if (typed == 0)
+        return {};
+    const QList<quint32> columns = HotKeyManager::shared().keysymsOfKey(event.nativeScanCode());
+    const qsizetype column = columns.indexOf(typed);
+    if (column < 0)
+        return {KeyTable::lowerCase(typed), KeyTable::lowerCase(typed)};
+    const quint32 firstLayout = columns.first() != 0 ? columns.first() : typed;
+    const quint32 unshifted = columns.at(column & ~1) != 0 ? columns.at(column & ~1) : typed;
+    return {firstLayout, unshifted};
+}
+
+// Events made by a program may carry no keysym; Qt's key is the best there is.
+quint32 codeForQtEvent(const QKeyEvent& event) {
+    const bool keypad = event.modifiers().testFlag(Qt::KeypadModifier);
+    if (const std::optional<quint32> code = KeyTable::codeForQtKey(event.key(), keypad))
+        return *code;
+    const bool characterKey = event.key() > 0 && event.key() < Qt::Key_Escape;
+    if (characterKey)
+        return KeyTable::codeForKeysym(
+            KeyTable::keysymForCharacter(static_cast<char32_t>(event.key())));
+    return KeyTable::keysymCodeFlag; // no key at all: never registers
+}
+
+} // namespace
+
+HotKeyConfig HotKeyConfig::defaultShortcut() {
+    return HotKeyConfig{};
+}
+
+HotKeyConfig HotKeyConfig::current() {
+    if (!Defaults::hasObject(codeKey))
+        return defaultShortcut();
+    const std::optional<quint32> code = storedNumber(codeKey);
+    const std::optional<quint32> modifiers =
+        Defaults::hasObject(modifiersKey) ? storedNumber(modifiersKey) : 0u;
+    // Half a shortcut could be a bare key taken from every program.
+    if (!code || !modifiers) {
+        warnUnreadableShortcut();
+        return defaultShortcut();
+    }
+    HotKeyConfig config;
+    config.keyCode = *code;
+    config.modifiers = *modifiers;
+    config.keyName = Defaults::stringValue(nameKey).value_or(QStringLiteral("?"));
+    return config;
+}
+
+void HotKeyConfig::save() const {
+    Defaults::setValue(codeKey, static_cast<qlonglong>(keyCode));
+    Defaults::setValue(modifiersKey, static_cast<qlonglong>(modifiers));
+    Defaults::setValue(nameKey, keyName);
+}
+
+QString HotKeyConfig::display() const {
+    QString text;
+    if (modifiers & controlKey)
+        text += QChar(0x2303);
+    if (modifiers & optionKey)
+        text += QChar(0x2325);
+    if (modifiers & shiftKey)
+        text += QChar(0x21E7);
+    if (modifiers & cmdKey)
+        text += QChar(0x2318);
+    return text + keyName;
+}
+
+quint32 HotKeyConfig::keyCodeFor(const QKeyEvent& event) {
+    if (const quint32 keysym = pressedKeysyms(event).forCode)
+        return KeyTable::codeForKeysym(keysym);
+    return codeForQtEvent(event);
+}
+
+QString HotKeyConfig::keyNameFor(const QKeyEvent& event) {
+    const quint32 code = keyCodeFor(event);
+    const QString fixed = KeyTable::fixedName(code);
+    if (!fixed.isEmpty())
+        return fixed;
+    QString text = KeyTable::textOf(pressedKeysyms(event).forName);
+    // A keypad key without Num Lock types nothing, but is still its digit.
+    if (text.isEmpty())
+        if (const std::optional<quint32> keysym = KeyTable::keysymForCode(code))
+            text = KeyTable::textOf(*keysym);
+    if (!text.isEmpty())
+        return text.toUpper();
+    return QStringLiteral("Key ") + QString::number(code);
+}
+
+quint32 HotKeyConfig::carbonModifiers(Qt::KeyboardModifiers modifiers) {
+    quint32 mask = 0;
+    if (modifiers & Qt::ControlModifier)
+        mask |= controlKey;
+    if (modifiers & Qt::AltModifier)
+        mask |= optionKey;
+    if (modifiers & Qt::ShiftModifier)
+        mask |= shiftKey;
+    if (modifiers & Qt::MetaModifier)
+        mask |= cmdKey;
+    return mask;
+}
