@@ -1,0 +1,250 @@
+#include "Renderer.h"
+
+#include "HintBar.h"
+#include "TextLayout.h"
+#include "TextShadow.h"
+
+#include "Defaults.h"
+
+#include <QPainter>
+#include <QPen>
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr qreal highlighterWidthFactor = 4.0;
+constexpr qreal highlighterAlphaFactor = 0.4;
+// Arrows this short are clicks, not drags, and draw nothing at all.
+constexpr qreal shortestArrow = 2.0;
+constexpr qreal shortestArrowHead = 16.0;
+constexpr qreal arrowHeadPerWidth = 4.5;
+constexpr qreal arrowHeadHalfAngle = 0.5;
+// A zero-length segment has no direction, so Qt's stroker draws nothing for it;
+// this nudge gives the round cap a direction and makes a single point a dot.
+constexpr qreal dotNudge = 0.01;
+constexpr qreal textShadowAlphaFactor = 0.55;
+// Antialiasing may touch the pixel next to the geometric edge.
+constexpr qreal antialiasMargin = 1.0;
+
+qreal clampedAlpha(qreal alpha) {
+    if (!(alpha > 0)) // also NaN
+        return 0;
+    return std::min(alpha, qreal(1));
+}
+
+QColor withAlpha(QColor color, qreal alpha) {
+    color.setAlphaF(float(alpha));
+    return color;
+}
+
+void useStroke(QPainter& painter, const QColor& color, qreal width) {
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(color, width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    painter.setBrush(Qt::NoBrush);
+}
+
+bool allPointsCoincide(const std::vector<QPointF>& points) {
+    const QPointF& first = points.front();
+    return std::all_of(points.begin() + 1, points.end(),
+                       [&first](const QPointF& point) { return point == first; });
+}
+
+// The freehand fast path: a polyline straight from the item's points, so that
+// long strokes cost no path building. Stroked as one outline, like the path.
+void drawFreehand(QPainter& painter, const std::vector<QPointF>& points) {
+    if (points.empty())
+        return;
+    if (allPointsCoincide(points)) {
+        const QPointF dot[2] = {points.front(), points.front() + QPointF(dotNudge, 0)};
+        painter.drawPolyline(dot, 2);
+        return;
+    }
+    painter.drawPolyline(points.data(), int(points.size()));
+}
+
+QRectF spannedRect(const QPointF& a, const QPointF& b) {
+    return QRectF(std::min(a.x(), b.x()), std::min(a.y(), b.y()), std::abs(a.x() - b.x()),
+                  std::abs(a.y() - b.y()));
+}
+
+struct ArrowGeometry {
+    QPointF start, tip, barb1, barb2;
+};
+
+std::optional<ArrowGeometry> arrowGeometry(const Item& item) {
+    if (item.points.size() < 2)
+        return std::nullopt;
+    const QPointF start = item.points[0];
+    const QPointF tip = item.points[1];
+    const qreal length = std::hypot(tip.x() - start.x(), tip.y() - start.y());
+    if (!(length > shortestArrow))
+        return std::nullopt;
+    const qreal angle = std::atan2(tip.y() - start.y(), tip.x() - start.x());
+    const qreal head =
+        std::min(length, std::max(shortestArrowHead, item.width * arrowHeadPerWidth));
+    const auto barb = [&](qreal side) {
+        return QPointF(tip.x() - std::cos(angle + side) * head,
+                       tip.y() - std::sin(angle + side) * head);
+    };
+    return ArrowGeometry{start, tip, barb(-arrowHeadHalfAngle), barb(arrowHeadHalfAngle)};
+}
+
+QRectF boundsOf(const std::vector<QPointF>& points) {
+    qreal left = points.front().x(), right = left;
+    qreal top = points.front().y(), bottom = top;
+    for (const QPointF& point : points) {
+        left = std::min(left, point.x());
+        right = std::max(right, point.x());
+        top = std::min(top, point.y());
+        bottom = std::max(bottom, point.y());
+    }
+    return QRectF(QPointF(left, top), QPointF(right, bottom));
+}
+
+QRectF grown(const QRectF& rect, qreal lineWidth) {
+    const qreal margin = std::max(lineWidth, qreal(0)) * 0.5 + antialiasMargin;
+    return rect.adjusted(-margin, -margin, margin, margin);
+}
+
+} // namespace
+
+namespace Renderer {
+
+void draw(QPainter& painter, const Item& item, qreal alpha, bool editing) {
+    alpha = clampedAlpha(alpha);
+    switch (item.kind) {
+    case Tool::highlighter:
+        useStroke(painter, withAlpha(item.color, alpha * highlighterAlphaFactor),
+                  item.width * highlighterWidthFactor);
+        drawFreehand(painter, item.points);
+        return;
+    case Tool::text:
+        drawText(painter, item, alpha, editing);
+        return;
+    case Tool::pen:
+        useStroke(painter, withAlpha(item.color, alpha), item.width);
+        drawFreehand(painter, item.points);
+        return;
+    case Tool::arrow:
+    case Tool::ellipse:
+    case Tool::rect:
+        if (const auto path = shapePath(item)) {
+            useStroke(painter, withAlpha(item.color, alpha), item.width);
+            painter.drawPath(*path);
+        }
+        return;
+    }
+}
+
+void drawText(QPainter& painter, const Item& item, qreal alpha, bool editing) {
+    alpha = clampedAlpha(alpha);
+    if (alpha == 0)
+        return;
+    const TextLayout layout(item, editing);
+    if (layout.isEmpty())
+        return;
+    TextShadow::draw(painter, layout,
+                     QColor::fromRgbF(0, 0, 0, float(alpha * textShadowAlphaFactor)));
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setRenderHint(QPainter::TextAntialiasing);
+    painter.setFont(layout.font());
+    painter.setPen(withAlpha(item.color, alpha));
+    painter.drawText(layout.baseline(), layout.shown());
+}
+
+void drawHUD(QPainter& painter, const QRectF& rect, const DrawingStore& store) {
+    HintBar(rect, store).draw(painter);
+}
+
+void drawHUDIfVisible(QPainter& painter, const QRectF& rect, const DrawingStore& store) {
+    if (Defaults::boolValue(QStringLiteral("hudVisible")))
+        drawHUD(painter, rect, store);
+}
+
+QRectF hudRect(const QRectF& rect, const DrawingStore& store) {
+    return HintBar(rect, store).bar();
+}
+
+QString hudLine(const DrawingStore& store) {
+    return HintBar::line(store);
+}
+
+QString hudHints() {
+    return HintBar::hints();
+}
+
+QPainterPath strokePath(const Item& item) {
+    QPainterPath path;
+    if (item.points.empty())
+        return path;
+    path.moveTo(item.points.front());
+    if (allPointsCoincide(item.points)) {
+        path.lineTo(item.points.front() + QPointF(dotNudge, 0));
+        return path;
+    }
+    for (size_t i = 1; i < item.points.size(); ++i)
+        path.lineTo(item.points[i]);
+    return path;
+}
+
+std::optional<QPainterPath> shapePath(const Item& item) {
+    switch (item.kind) {
+    case Tool::pen:
+        return strokePath(item);
+    case Tool::ellipse:
+    case Tool::rect: {
+        if (item.points.size() < 2)
+            return std::nullopt;
+        QPainterPath path;
+        const QRectF box = spannedRect(item.points[0], item.points[1]);
+        if (item.kind == Tool::rect)
+            path.addRect(box);
+        else
+            path.addEllipse(box);
+        return path;
+    }
+    case Tool::arrow: {
+        const auto arrow = arrowGeometry(item);
+        if (!arrow)
+            return std::nullopt;
+        QPainterPath path;
+        path.moveTo(arrow->start);
+        path.lineTo(arrow->tip);
+        path.moveTo(arrow->barb1);
+        path.lineTo(arrow->tip);
+        path.lineTo(arrow->barb2);
+        return path;
+    }
+    case Tool::highlighter:
+    case Tool::text:
+        return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+QRectF itemBounds(const Item& item, bool editing) {
+    if (item.points.empty())
+        return {};
+    switch (item.kind) {
+    case Tool::pen:
+        return grown(boundsOf(item.points), item.width);
+    case Tool::highlighter:
+        return grown(boundsOf(item.points), item.width * highlighterWidthFactor);
+    case Tool::ellipse:
+    case Tool::rect:
+        if (item.points.size() < 2)
+            return {};
+        return grown(spannedRect(item.points[0], item.points[1]), item.width);
+    case Tool::arrow:
+        if (const auto arrow = arrowGeometry(item))
+            return grown(boundsOf({arrow->start, arrow->tip, arrow->barb1, arrow->barb2}),
+                         item.width);
+        return {};
+    case Tool::text:
+        return TextLayout(item, editing).bounds();
+    }
+    return {};
+}
+
+} // namespace Renderer

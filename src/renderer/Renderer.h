@@ -1,0 +1,53 @@
+#pragma once
+
+#include "DrawingStore.h"
+#include "Item.h"
+
+#include <QPainterPath>
+#include <QRectF>
+#include <QString>
+#include <optional>
+
+class QPainter;
+
+// Stateless drawing of annotations and the hint bar with a QPainter, in
+// whatever coordinates the painter has been set up for (the overlay translates
+// by minus its screen's origin, so items keep their virtual-desktop points).
+//
+// Every routine antialiases and sets the painter's pen and brush itself; it
+// leaves them changed rather than paying for save()/restore() on every item.
+// The composition mode and opacity are the caller's.
+namespace Renderer {
+
+// One item at the given fade alpha (clamped to [0, 1]). The colour's own alpha
+// is replaced by it, never multiplied. `editing` only matters for text.
+void draw(QPainter& painter, const Item& item, qreal alpha, bool editing);
+// A text item: bold system font of pixel size item.width, a soft dark shadow,
+// and a caret after the last character while editing. Alpha is clamped here too.
+void drawText(QPainter& painter, const Item& item, qreal alpha, bool editing);
+
+// The hint bar near the top of `rect`, unconditionally.
+void drawHUD(QPainter& painter, const QRectF& rect, const DrawingStore& store);
+// The hint bar if the "hudVisible" setting, read afresh, is on.
+void drawHUDIfVisible(QPainter& painter, const QRectF& rect, const DrawingStore& store);
+
+// The raw polyline of a freehand item; a single point becomes a tiny segment,
+// so that the round cap shows it as a dot.
+QPainterPath strokePath(const Item& item);
+// The outline of a pen, arrow, ellipse or rectangle item; nothing for the other
+// kinds, for too few points, or for an arrow of length 2 or less.
+std::optional<QPainterPath> shapePath(const Item& item);
+
+// The device-independent rect that drawing the item can touch, with line
+// width, caps, arrow head, antialiasing, text shadow and caret. Empty when it
+// paints nothing.
+QRectF itemBounds(const Item& item, bool editing);
+// The hint bar's capsule within `rect`; everything drawHUD paints lies inside it.
+QRectF hudRect(const QRectF& rect, const DrawingStore& store);
+
+// The hint bar's line: tool title, " · ", colour name, then the key hints.
+QString hudLine(const DrawingStore& store);
+// The key hints that end the hint bar's line, as they are shown.
+QString hudHints();
+
+} // namespace Renderer
