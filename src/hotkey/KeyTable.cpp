@@ -161,11 +161,11 @@ char32_t characterOf(quint32 keysym) {
         return keysym;
     if (keysym >= unicodeKeysymBase + 0x20 && keysym <= unicodeKeysymBase + 0x10ffff)
         return keysym - unicodeKeysymBase;
-    const bool keypadCharacter = keysym == XK_KP_Space ||
-                                 (keysym >= XK_KP_Multiply && keysym <= XK_KP_9) ||
-                                 keysym == XK_KP_Equal;
-    if (keypadCharacter)
-        return keysym - XK_KP_Space + ' ';
+    if (keysym == XK_KP_Space)
+        return ' ';
+    // The keypad's characters sit at their ASCII codes above XK_KP_Space.
+    if ((keysym >= XK_KP_Multiply && keysym <= XK_KP_9) || keysym == XK_KP_Equal)
+        return keysym - XK_KP_Space;
     return legacyCharacters().value(keysym, 0);
 }
 
