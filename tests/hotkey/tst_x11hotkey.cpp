@@ -354,47 +354,37 @@ private Q_SLOTS:
         QCOMPARE(pressesFrom(QStringLiteral("ctrl+alt+d")), 1);
     }
 
+    // What the recorder gets from real typing; a key outside the table then
+    // survives the settings and works as the shortcut.
     void keysAreRecordedFromTheKeyboard() {
-        KeyWindow window;
-        showFocusedWindow(window);
-        for (const char* keys : {"shift+1", "shift+d", "F5", "Left", "KP_End", "Pause"})
-            QVERIFY(run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys}));
-        QVERIFY(settle());
-        QCOMPARE(window.presses.size(), 6);
-        const QList<QPair<quint32, QString>> expected = {
-            {18, QStringLiteral("1")},  {2, QStringLiteral("D")},
-            {96, QStringLiteral("F5")}, {123, QStringLiteral("←")},
-            {83, QStringLiteral("1")},  {0x8000ff13, QStringLiteral("Key 2147548947")}};
-        for (int i = 0; i < expected.size(); ++i) {
-            QCOMPARE(window.presses[i].code, expected[i].first);
-            QCOMPARE(window.presses[i].name, expected[i].second);
-        }
-    }
-
-    // A key outside the table records, survives the settings and works.
-    void keysOutsideTheTableWork() {
         KeyWindow window;
         showFocusedWindow(window);
         const int spare = freeKeycode();
         QVERIFY(spare != 0);
         keymap({QStringLiteral("keycode %1 = eacute Eacute").arg(spare)},
                {QStringLiteral("keycode %1 = NoSymbol").arg(spare)});
-        for (const char* keys : {"eacute", "Pause"})
+        for (const char* keys : {"shift+1", "shift+d", "F5", "Left", "KP_End", "Pause", "eacute"})
             QVERIFY(run(QStringLiteral("xdotool"), {QStringLiteral("key"), keys}));
         QVERIFY(settle());
-        QCOMPARE(window.presses.size(), 2);
-        QCOMPARE(window.presses[0].name, QStringLiteral("É"));
-        QCOMPARE(window.presses[1].name, QStringLiteral("Key 2147548947"));
+        const QList<QPair<quint32, QString>> expected = {
+            {18, QStringLiteral("1")},        {2, QStringLiteral("D")},
+            {96, QStringLiteral("F5")},       {123, QStringLiteral("←")},
+            {83, QStringLiteral("1")},        {0x8000ff13, QStringLiteral("Key 2147548947")},
+            {0x800000e9, QStringLiteral("É")}};
+        QCOMPARE(window.presses.size(), expected.size());
+        for (int i = 0; i < expected.size(); ++i) {
+            QCOMPARE(window.presses[i].code, expected[i].first);
+            QCOMPARE(window.presses[i].name, expected[i].second);
+        }
 
-        const QStringList pressed = {QStringLiteral("ctrl+alt+eacute"),
-                                     QStringLiteral("ctrl+alt+Pause")};
-        for (int i = 0; i < 2; ++i) {
-            HotKeyConfig recorded = shortcut(window.presses[i].code);
-            recorded.keyName = window.presses[i].name;
+        for (const auto& [index, keys] :
+             {std::pair(5, "ctrl+alt+Pause"), std::pair(6, "ctrl+alt+eacute")}) {
+            HotKeyConfig recorded = shortcut(window.presses[index].code);
+            recorded.keyName = window.presses[index].name;
             recorded.save();
             QCOMPARE(HotKeyConfig::current(), recorded);
             QVERIFY(manager().registerHotKey(HotKeyConfig::current()));
-            QCOMPARE(pressesFrom(pressed[i]), 1);
+            QCOMPARE(pressesFrom(QString::fromLatin1(keys)), 1);
         }
     }
 
