@@ -1,10 +1,12 @@
 #pragma once
 
 #include <QObject>
+#include <QTimer>
 #include <vector>
 
 class DrawingStore;
 class OverlayWindow;
+class QScreen;
 
 // Owns one overlay window per screen and switches drawing mode on and off.
 class OverlayController : public QObject {
@@ -23,8 +25,27 @@ public:
 
 private:
     explicit OverlayController(DrawingStore& store);
-    // (the rest is the overlay's own)
+
+    void rebuildWindows();
+    void storeChanged();
+    void screensChanged();
+    void watchScreen(QScreen* screen);
+
+    // Whether anything must be on screen: drawing, or items left to show.
+    bool shouldShow() const;
+    void showWindows(bool visible);
+    void updateCursors();
+    OverlayWindow* windowUnderPointer() const;
+    bool isOwnWindow(quint64 window) const;
+    void rememberActiveWindow();
+    void restoreActiveWindow();
+
     DrawingStore& store_;
     std::vector<OverlayWindow*> windows_;
+    // The window that was active when the current or last session started (0: none).
+    quint64 previousWindow = 0;
     bool isShown_ = false;
+    // Screen changes come in bursts (a monitor added moves the others too):
+    // one rebuild for the whole burst.
+    QTimer screenChange;
 };

@@ -1,0 +1,224 @@
+#include "OverlayView.h"
+
+#include "Clock.h"
+#include "DrawingCommands.h"
+#include "DrawingStore.h"
+#include "NotificationCenter.h"
+#include "OverlayController.h"
+#include "OverlayWindow.h"
+#include "Renderer.h"
+
+#include <QKeyEvent>
+#include <QPainter>
+#include <QRegularExpression>
+#include <optional>
+
+namespace {
+
+// Typed text without control characters and without the private-use range
+// some systems report special keys in; what is left may be empty.
+QString printableText(const QString& text) {
+    QList<char32_t> kept;
+    for (char32_t scalar : text.toUcs4()) {
+        const bool control = scalar < 0x20 || scalar == 0x7f;
+        const bool specialKey = scalar >= 0xf700 && scalar <= 0xf8ff;
+        if (!control && !specialKey)
+            kept.append(scalar);
+    }
+    return QString::fromUcs4(kept.constData(), kept.size());
+}
+
+// The key's own character, lower-cased, as if Ctrl and Alt were not held
+// (Shift still counts, so Shift+1 is "!"): Qt's key() already ignores those
+// modifiers and gives letters in upper case.
+QString commandCharacters(const QKeyEvent& event) {
+    const int key = event.key();
+    if (key == Qt::Key_Tab)
+        return QStringLiteral("\t");
+    if (key <= 0 || key >= Qt::Key_Escape)
+        return {};
+    const char32_t scalar = static_cast<char32_t>(key);
+    return QString::fromUcs4(&scalar, 1).toLower();
+}
+
+// An optional sign and decimal digits that fit 64 bits, nothing else.
+std::optional<qint64> decimalNumber(const QString& text) {
+    static const QRegularExpression pattern(QStringLiteral("^[+-]?[0-9]+$"));
+    if (!pattern.match(text).hasMatch())
+        return std::nullopt;
+    bool ok = false;
+    const qint64 number = text.toLongLong(&ok, 10);
+    return ok ? std::optional(number) : std::nullopt;
+}
+
+bool isCommandHeld(const QKeyEvent& event) {
+    return event.modifiers().testFlag(Qt::ControlModifier);
+}
+
+} // namespace
+
+OverlayView::OverlayView(DrawingStore& store, QWidget* parent) : QWidget(parent), store(store) {
+    setFocusPolicy(Qt::StrongFocus);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    NotificationCenter::defaultCenter().addObserver(drawingStoreChanged, this,
+                                                    [this] { update(); });
+    updateCursor();
+}
+
+void OverlayView::updateCursor() {
+    if (store.isDrawing)
+        setCursor(Qt::CrossCursor);
+    else
+        unsetCursor();
+}
+
+// ---- painting
+
+void OverlayView::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    paintVeil(painter);
+    paintItems(painter);
+    paintHintBar(painter);
+}
+
+void OverlayView::paintVeil(QPainter& painter) const {
+    // Replaces what the window showed before; while drawing, the veil is too
+    // faint to see but keeps the window from being entirely clear.
+    painter.save();
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(rect(), QColor::fromRgbF(0, 0, 0, store.isDrawing ? 0.01f : 0.0f));
+    painter.restore();
+}
+
+void OverlayView::paintItems(QPainter& painter) const {
+    painter.save();
+    painter.translate(-QPointF(mapToGlobal(QPoint(0, 0))));
+    const double now = Clock::now();
+    const double delay = DrawingStore::fadeSeconds();
+    for (const Item& item : store.items())
+        Renderer::draw(painter, item, DrawingStore::alpha(item, now, delay), false);
+    if (const auto& current = store.current())
+        Renderer::draw(painter, *current, 1.0, current->kind == Tool::text);
+    painter.restore();
+}
+
+void OverlayView::paintHintBar(QPainter& painter) const {
+    if (store.isDrawing)
+        Renderer::drawHUDIfVisible(painter, QRectF(rect()), store);
+}
+
+// ---- mouse
+
+void OverlayView::mousePressEvent(QMouseEvent* event) {
+    event->accept();
+    if (!store.isDrawing || event->button() != Qt::LeftButton)
+        return;
+    // Keys follow the pen: after a click the keyboard is here even if another
+    // window took it meanwhile.
+    if (!hasFocus()) {
+        if (auto* overlay = qobject_cast<OverlayWindow*>(window()))
+            overlay->makeKey();
+    }
+    const QPointF at = event->globalPosition();
+    if (isTyping())
+        store.commitText();
+    if (store.tool == Tool::text)
+        store.beginText(at);
+    else
+        store.begin(at);
+}
+
+void OverlayView::mouseMoveEvent(QMouseEvent* event) {
+    event->accept();
+    if (store.isDrawing && event->buttons().testFlag(Qt::LeftButton))
+        store.update(event->globalPosition());
+}
+
+void OverlayView::mouseReleaseEvent(QMouseEvent* event) {
+    event->accept();
+    if (store.isDrawing && event->button() == Qt::LeftButton)
+        store.finishStroke(event->globalPosition());
+}
+
+// ---- keys
+
+bool OverlayView::event(QEvent* event) {
+    // Tab is a drawing command here, not a move to the next widget.
+    if (event->type() == QEvent::KeyPress) {
+        keyPressEvent(static_cast<QKeyEvent*>(event));
+        return true;
+    }
+    return QWidget::event(event);
+}
+
+bool OverlayView::focusNextPrevChild(bool) {
+    return false;
+}
+
+bool OverlayView::isTyping() const {
+    return store.current() && store.current()->kind == Tool::text;
+}
+
+void OverlayView::keyPressEvent(QKeyEvent* event) {
+    event->accept();
+    if (!store.isDrawing)
+        return;
+    if (event->key() == Qt::Key_Escape)
+        OverlayController::shared().stop();
+    else if (isTyping())
+        typeKey(*event);
+    else
+        runCommand(*event);
+}
+
+void OverlayView::typeKey(const QKeyEvent& event) {
+    switch (event.key()) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        store.commitText();
+        return;
+    case Qt::Key_Backspace:
+        store.deleteLastCharacter();
+        return;
+    default:
+        break;
+    }
+    if (isCommandHeld(event))
+        return;
+    const QString text = printableText(event.text());
+    if (!text.isEmpty())
+        store.appendText(text);
+}
+
+void OverlayView::runCommand(const QKeyEvent& event) {
+    const QString key = commandCharacters(event);
+    if (key.isEmpty())
+        return;
+    if (isCommandHeld(event)) {
+        if (key == QLatin1String("z"))
+            DrawingCommands::undo(store);
+        return;
+    }
+    static const std::pair<QLatin1String, Tool> toolKeys[] = {
+        {QLatin1String("p"), Tool::pen},         {QLatin1String("a"), Tool::arrow},
+        {QLatin1String("e"), Tool::ellipse},     {QLatin1String("r"), Tool::rect},
+        {QLatin1String("h"), Tool::highlighter}, {QLatin1String("t"), Tool::text}};
+    for (const auto& [character, tool] : toolKeys) {
+        if (key == character) {
+            DrawingCommands::selectTool(store, tool);
+            return;
+        }
+    }
+    if (key == QLatin1String("c"))
+        DrawingCommands::clear(store);
+    else if (key == QLatin1String("u"))
+        DrawingCommands::undo(store);
+    else if (key == QLatin1String("["))
+        DrawingCommands::narrower(store);
+    else if (key == QLatin1String("]"))
+        DrawingCommands::wider(store);
+    else if (key == QLatin1String("\t"))
+        DrawingCommands::toggleHintBar();
+    else if (const auto number = decimalNumber(key))
+        DrawingCommands::selectColor(store, *number);
+}

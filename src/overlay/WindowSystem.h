@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QtGlobal>
+#include <memory>
+
+// What the overlay needs from the desktop's window system beyond Qt: which
+// window is active, handing the keyboard to our own unmanaged windows, and
+// giving it back. Window ids are the system's own (X11 window ids); 0 is none.
+class WindowSystem {
+public:
+    using WindowId = quint64;
+
+    virtual ~WindowSystem() = default;
+
+    // The system for the running platform, chosen once: X11 under the xcb
+    // platform, otherwise one that does nothing.
+    static WindowSystem& current();
+
+    // The window the desktop considers active, or 0.
+    virtual WindowId activeWindow() = 0;
+    // The window that holds the keyboard focus now, or 0.
+    virtual WindowId focusedWindow() = 0;
+    // Asks the desktop to activate window; false when it no longer exists.
+    virtual bool activate(WindowId window) = 0;
+    // Gives the keyboard to one of our own mapped windows, which no window
+    // manager would do for us since it bypasses the window manager.
+    virtual void giveFocus(WindowId window) = 0;
+    // Whether window is an application's top-level window managed by the
+    // window manager (not the root, nobody, or the window manager's own helper).
+    virtual bool isApplicationWindow(WindowId window) = 0;
+    // Lets the keyboard follow the pointer again, so no hidden or click-through
+    // window of ours keeps swallowing keys.
+    virtual void releaseFocus() = 0;
+
+protected:
+    WindowSystem() = default;
+
+private:
+    static std::unique_ptr<WindowSystem> create();
+};
