@@ -239,6 +239,16 @@ private Q_SLOTS:
         const Canvas ellipse = painted(item(Tool::ellipse, {{40, 30}, {160, 110}}, 6), 1.0, dpr);
         QCOMPARE(rect.alphaAt(at(41, 31)), 255);
         QCOMPARE(ellipse.alphaAt(at(41, 31)), 0);
+        // Outlines only, also on a painter whose brush is set (as the hint bar leaves it).
+        Canvas afterBrush({200, 200}, dpr, screen);
+        afterBrush.paint([&](QPainter& painter) {
+            painter.setBrush(Qt::blue);
+            Renderer::draw(painter, item(Tool::rect, {{40, 30}, {160, 110}}, 6), 1.0, false);
+            Renderer::draw(painter, item(Tool::ellipse, {{40, 30}, {160, 110}}, 6), 1.0, false);
+            Renderer::draw(painter, item(Tool::arrow, {{40, 150}, {160, 150}}, 6), 1.0, false);
+        });
+        QCOMPARE(afterBrush.alphaAt(at(70, 80)), 0);
+        QCOMPARE(afterBrush.alphaAt(at(140, 144.75)), 0); // inside the arrow head's V
         // A flat drag is not refused: a rectangle of no height is a line.
         QVERIFY(!painted(item(Tool::rect, {{40, 30}, {160, 30}}, 6), 1.0, dpr).isBlank());
     }

@@ -32,12 +32,13 @@ class TextRenderingTest : public QObject {
     // Pixels of the text itself: mostly opaque and reddish (the shadow is black).
     static bool isRedInk(QRgb p) { return qAlpha(p) > 160 && qRed(p) > 3 * qGreen(p) + 40; }
     static int shadowWeight(QRgb p) { return qRed(p) < 20 && qGreen(p) < 20 ? qAlpha(p) : 0; }
-    static qreal lineHeight() {
+    static QFontMetricsF systemMetrics(QFont::Weight weight) {
         QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
         font.setPixelSize(int(size));
-        font.setWeight(QFont::Bold);
-        return QFontMetricsF(font).height();
+        font.setWeight(weight);
+        return QFontMetricsF(font);
     }
+    static qreal lineHeight() { return systemMetrics(QFont::Bold).height(); }
     static void addRatios() {
         QTest::addColumn<qreal>("dpr");
         QTest::newRow("1x") << 1.0;
@@ -59,6 +60,19 @@ private Q_SLOTS:
         QVERIFY(ink.top() >= anchor.y() - h / 2 - 1 && ink.bottom() <= anchor.y() + h / 2 + 1);
         QVERIFY(ink.top() < anchor.y() - h / 4);    // capitals reach well above
         QVERIFY(ink.bottom() > anchor.y() + h / 8); // the descender below
+
+        // The bold system font at the item's size: as wide as its glyphs say.
+        const QRectF capitals =
+            painted(textItem(QStringLiteral("HHHH")), false, dpr).inkBox(isRedInk);
+        const qreal boldWidth =
+            systemMetrics(QFont::Bold).boundingRect(QStringLiteral("HHHH")).width();
+        const qreal plainWidth =
+            systemMetrics(QFont::Normal).boundingRect(QStringLiteral("HHHH")).width();
+        QVERIFY2(
+            std::abs(capitals.width() - boldWidth) < std::abs(capitals.width() - plainWidth) &&
+                std::abs(capitals.width() - boldWidth) <= 4,
+            qPrintable(
+                QStringLiteral("%1 %2 %3").arg(capitals.width()).arg(boldWidth).arg(plainWidth)));
 
         // The caret spans the whole line, so its ink is centred on the anchor.
         const Canvas caret = painted(textItem(QString()), true, dpr);
@@ -87,7 +101,7 @@ private Q_SLOTS:
     void softShadowFallsDownward_data() { addRatios(); }
     void softShadowFallsDownward() {
         QFETCH(qreal, dpr);
-        const Item item = textItem(QStringLiteral("HH"), paletteColor(4).color);
+        const Item item = textItem(QStringLiteral("WHW"), paletteColor(4).color);
         const Canvas canvas = painted(item, false, dpr);
         const auto isWhiteInk = [](QRgb p) { return qAlpha(p) > 200 && qBlue(p) > 200; };
         const QRectF glyphs = canvas.inkBox(isWhiteInk);
@@ -95,7 +109,12 @@ private Q_SLOTS:
         // Dark, translucent, soft: present a little beyond the glyphs, gone a
         // little further, never darker than black at 0.55.
         const QRectF shadow = canvas.inkBox([](QRgb p) { return shadowWeight(p) > 0; });
-        QVERIFY(shadow.contains(glyphs.adjusted(-1, -1, 1, 2)));
+        QVERIFY2(shadow.contains(glyphs.adjusted(-2.5, -1.5, 2.5, 3.5)),
+                 qPrintable(QStringLiteral("%1 %2 %3 %4")
+                                .arg(glyphs.left() - shadow.left())
+                                .arg(glyphs.top() - shadow.top())
+                                .arg(shadow.right() - glyphs.right())
+                                .arg(shadow.bottom() - glyphs.bottom())));
         QVERIFY(glyphs.adjusted(-6, -6, 6, 7).contains(shadow));
         int darkest = 0;
         for (int y = 0; y < canvas.image.height(); ++y)
