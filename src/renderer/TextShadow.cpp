@@ -36,52 +36,95 @@ QRectF visibleDeviceRect(const QPainter& painter) {
     return visible;
 }
 
-// One running-sum box blur of a line of alpha values; zero beyond both ends.
-void boxBlur(const std::vector<int>& in, std::vector<int>& out, int count, int radius) {
-    const int window = 2 * radius + 1;
-    int sum = 0;
-    for (int i = 0; i <= radius && i < count; ++i)
-        sum += in[size_t(i)];
-    for (int i = 0; i < count; ++i) {
-        out[size_t(i)] = (sum + window / 2) / window;
-        if (i + radius + 1 < count)
-            sum += in[size_t(i + radius + 1)];
-        if (i - radius >= 0)
-            sum -= in[size_t(i - radius)];
+// Box blurs with running sums and zero beyond the edges. Dividing by the
+// window is a multiply and a shift: the blur runs on every text draw.
+class BoxBlur {
+public:
+    explicit BoxBlur(int radius)
+        : radius(radius), window(2 * radius + 1), scale((1 << 16) / window) {}
+
+    void row(const quint8* in, quint8* out, int count) const {
+        int sum = 0;
+        for (int i = 0; i <= radius && i < count; ++i)
+            sum += in[i];
+        for (int i = 0; i < count; ++i) {
+            out[i] = quint8(average(sum));
+            if (i + radius + 1 < count)
+                sum += in[i + radius + 1];
+            if (i - radius >= 0)
+                sum -= in[i - radius];
+        }
     }
-}
+
+    // All columns at once, a row at a time, so memory is read in order.
+    void columns(const quint8* in, quint8* out, int width, int height,
+                 std::vector<int>& sums) const {
+        sums.assign(size_t(width), 0);
+        for (int y = 0; y <= radius && y < height; ++y)
+            addRow(sums, in + qsizetype(y) * width, width, 1);
+        for (int y = 0; y < height; ++y) {
+            quint8* target = out + qsizetype(y) * width;
+            for (int x = 0; x < width; ++x)
+                target[x] = quint8(average(sums[size_t(x)]));
+            if (y + radius + 1 < height)
+                addRow(sums, in + qsizetype(y + radius + 1) * width, width, 1);
+            if (y - radius >= 0)
+                addRow(sums, in + qsizetype(y - radius) * width, width, -1);
+        }
+    }
+
+private:
+    int average(int sum) const { return (sum * scale + (1 << 15)) >> 16; }
+    static void addRow(std::vector<int>& sums, const quint8* row, int width, int sign) {
+        for (int x = 0; x < width; ++x)
+            sums[size_t(x)] += sign * row[x];
+    }
+
+    int radius;
+    int window;
+    int scale;
+};
 
 // Three box blurs in each direction approximate a Gaussian. Only the alpha of
 // the painted line matters; the result is the colour at the blurred alpha.
 void blurAlpha(QImage& image, int radius, const QColor& color) {
     const int width = image.width();
     const int height = image.height();
-    const qsizetype stride = image.bytesPerLine() / qsizetype(sizeof(QRgb));
-    QRgb* pixels = reinterpret_cast<QRgb*>(image.bits());
-    std::vector<int> line(size_t(std::max(width, height)));
-    std::vector<int> scratch(line.size());
-
-    const auto blurLine = [&](QRgb* first, qsizetype step, int count) {
-        for (int i = 0; i < count; ++i)
-            line[size_t(i)] = qAlpha(first[i * step]);
-        for (int pass = 0; pass < blurPasses; ++pass) {
-            boxBlur(line, scratch, count, radius);
-            line.swap(scratch);
-        }
-    };
+    std::vector<quint8> plane(size_t(width) * size_t(height));
+    std::vector<quint8> scratch(plane.size());
     for (int y = 0; y < height; ++y) {
-        QRgb* row = pixels + y * stride;
-        blurLine(row, 1, width);
+        const QRgb* line = reinterpret_cast<const QRgb*>(image.constScanLine(y));
+        quint8* target = plane.data() + qsizetype(y) * width;
         for (int x = 0; x < width; ++x)
-            row[x] = qRgba(0, 0, 0, line[size_t(x)]);
+            target[x] = quint8(qAlpha(line[x]));
     }
+
+    const BoxBlur blur(radius);
+    for (int y = 0; y < height; ++y) {
+        quint8* line = plane.data() + qsizetype(y) * width;
+        if (std::all_of(line, line + width, [](quint8 alpha) { return alpha == 0; }))
+            continue; // most rows above and below the glyphs
+        quint8* other = scratch.data() + qsizetype(y) * width;
+        for (int pass = 0; pass < blurPasses; ++pass) {
+            blur.row(line, other, width);
+            std::swap(line, other);
+        }
+        if (line != plane.data() + qsizetype(y) * width) // an odd number of passes
+            std::copy(line, line + width, plane.data() + qsizetype(y) * width);
+    }
+    std::vector<int> sums;
+    for (int pass = 0; pass < blurPasses; ++pass) {
+        blur.columns(plane.data(), scratch.data(), width, height, sums);
+        plane.swap(scratch);
+    }
+
     const QRgb tint = color.rgba();
-    for (int x = 0; x < width; ++x) {
-        blurLine(pixels + x, stride, height);
-        for (int y = 0; y < height; ++y) {
-            const int alpha = (line[size_t(y)] * qAlpha(tint) + 127) / 255;
-            pixels[x + y * stride] =
-                qPremultiply(qRgba(qRed(tint), qGreen(tint), qBlue(tint), alpha));
+    for (int y = 0; y < height; ++y) {
+        QRgb* line = reinterpret_cast<QRgb*>(image.scanLine(y));
+        const quint8* source = plane.data() + qsizetype(y) * width;
+        for (int x = 0; x < width; ++x) {
+            const int alpha = (source[x] * qAlpha(tint) + 127) / 255;
+            line[x] = qPremultiply(qRgba(qRed(tint), qGreen(tint), qBlue(tint), alpha));
         }
     }
 }

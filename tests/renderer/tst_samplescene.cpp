@@ -15,7 +15,8 @@ class SampleSceneTest : public QObject {
 
     struct Drawn {
         Item item;
-        bool editing;
+        bool editing = false;
+        qreal alpha = 1.0;
     };
 
     static Item item(Tool kind, int colorIndex, qreal width, std::vector<QPointF> points,
@@ -44,6 +45,7 @@ class SampleSceneTest : public QObject {
             {item(Tool::ellipse, 3, 6, {{140, 395}, {520, 470}}), false},
             {item(Tool::arrow, 0, 5, {{660, 620}, {830, 460}}), false},
             {item(Tool::arrow, 4, 3, {{1180, 640}, {1040, 600}}), false},
+            {item(Tool::ellipse, 1, 4, {{880, 560}, {1230, 700}}), false, 0.45}, // fading
             {item(Tool::pen, 2, 4, wave), false},
             {item(Tool::pen, 5, 8, loop), false},
             {item(Tool::pen, 1, 10, {{1190, 200}, {1190, 200}}), false},
@@ -89,7 +91,7 @@ private Q_SLOTS:
         for (const Drawn& drawn : scene()) {
             QImage alone = picture; // the item drawn on its own over what is there
             QPainter check(&alone);
-            Renderer::draw(check, drawn.item, 1.0, drawn.editing);
+            Renderer::draw(check, drawn.item, drawn.alpha, drawn.editing);
             check.end();
             const QRect bounds = Renderer::itemBounds(drawn.item, drawn.editing).toAlignedRect();
             int changedInside = 0;
@@ -106,7 +108,7 @@ private Q_SLOTS:
                 }
             }
             QVERIFY2(changedInside > 20, qPrintable(rawValue(drawn.item.kind)));
-            Renderer::draw(painter, drawn.item, 1.0, drawn.editing);
+            Renderer::draw(painter, drawn.item, drawn.alpha, drawn.editing);
             touched += bounds;
         }
         const QRectF screen{QPointF(), QSizeF(screenSize)};
