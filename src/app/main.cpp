@@ -1,13 +1,17 @@
-#include "Defaults.h"
+#include "AppDelegate.h"
+#include "DesktopCheck.h"
 
 #include <QApplication>
+#include <cstdio>
 
 int main(int argc, char** argv) {
-    QApplication app(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("Quillery"));
-    QApplication::setOrganizationName(QStringLiteral("Quillery"));
-    QApplication::setQuitOnLastWindowClosed(false);
-    Defaults::registerDefaults(
-        {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
-    return app.exec();
+    if (!DesktopCheck::hasDesktop(argc, argv)) {
+        std::fprintf(stderr, "%s\n", DesktopCheck::missingDesktopMessage());
+        return 1;
+    }
+    QApplication application(argc, argv);
+    AppDelegate::prepareApplication();
+    AppDelegate delegate;
+    delegate.applicationDidFinishLaunching();
+    return application.exec();
 }

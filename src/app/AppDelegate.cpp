@@ -1,0 +1,257 @@
+#include "AppDelegate.h"
+
+#include "Defaults.h"
+#include "DrawingStore.h"
+#include "Fatal.h"
+#include "HotKeyConfig.h"
+#include "HotKeyManager.h"
+#include "LoginItem.h"
+#include "NotificationCenter.h"
+#include "OverlayController.h"
+#include "PencilIconEngine.h"
+#include "SettingsWindow.h"
+#include "WelcomeWindow.h"
+
+#include <QActionGroup>
+#include <QApplication>
+#include <QCursor>
+#include <QMenu>
+#include <QMessageBox>
+#include <QScreen>
+#include <QSystemTrayIcon>
+#include <QTimer>
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+const QString fadeKey = QStringLiteral("fadeSeconds");
+const QString hudKey = QStringLiteral("hudVisible");
+const QString welcomeKey = QStringLiteral("didShowWelcome");
+constexpr int menuToggleDelayMs = 100;
+
+// Centred on the screen the user is looking at (the one under the pointer).
+void centreOnScreen(QWidget* window) {
+    QScreen* screen = QGuiApplication::screenAt(QCursor::pos());
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    const QRect area = screen->availableGeometry();
+    window->move(area.center() - QPoint(window->width() / 2, window->height() / 2));
+}
+
+void bringToFront(QWidget* window) {
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+// The whole number of seconds the menu shows as chosen; a value with no whole
+// number at all can only come from a damaged settings file.
+qint64 storedFadeSeconds() {
+    const double stored = Defaults::doubleValue(fadeKey);
+    constexpr double limit = 9223372036854775808.0; // 2^63
+    if (!std::isfinite(stored) || stored >= limit || stored < -limit)
+        fatalError(QStringLiteral("the value %1 of \"%2\" in %3 is not a number of seconds")
+                       .arg(QString::number(stored), fadeKey, Defaults::fileName()));
+    return static_cast<qint64>(stored);
+}
+
+} // namespace
+
+AppDelegate::AppDelegate() : AppDelegate(LoginItem::forThisDesktop()) {}
+
+AppDelegate::AppDelegate(std::unique_ptr<LoginItem> loginItem) : loginItem(std::move(loginItem)) {}
+
+AppDelegate::~AppDelegate() {
+    delete statusItem_;
+}
+
+void AppDelegate::prepareApplication() {
+    QApplication::setApplicationName(QStringLiteral("Quillery"));
+    QApplication::setOrganizationName(QStringLiteral("Quillery"));
+    QApplication::setApplicationVersion(QStringLiteral(QUILLERY_VERSION));
+    QApplication::setQuitOnLastWindowClosed(false);
+    if (qobject_cast<QApplication*>(QCoreApplication::instance()))
+        QApplication::setWindowIcon(PencilIconEngine::icon(
+            PencilIconEngine::Variant::filled, QApplication::palette().color(QPalette::Highlight)));
+}
+
+void AppDelegate::applicationDidFinishLaunching() {
+    requireApplication("Start-up");
+    // No main window: closing Settings or the welcome window must not end the program.
+    QApplication::setQuitOnLastWindowClosed(false);
+    Defaults::registerDefaults({{fadeKey, 4.0}, {hudKey, true}});
+
+    statusItem_ = new QSystemTrayIcon;
+    menu_ = std::make_unique<QMenu>();
+    connect(menu_.get(), &QMenu::aboutToShow, this, &AppDelegate::menuNeedsUpdate);
+    statusItem_->setContextMenu(menu_.get());
+    statusItem_->setToolTip(tr("Quillery"));
+    // A left click opens the same menu: the icon has nothing else to do.
+    connect(statusItem_, &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                if (reason == QSystemTrayIcon::Trigger)
+                    menu_->popup(QCursor::pos());
+            });
+    updateIcon();
+    showStatusItemWhenTrayExists();
+
+    HotKeyManager::shared().onPress = [] { toggle(); };
+    HotKeyManager::shared().registerHotKey(HotKeyConfig::current());
+
+    NotificationCenter::defaultCenter().addObserver(drawingStateChanged, this,
+                                                    [this] { updateIcon(); });
+
+    // Set before showing, so the window comes once even if it is closed unread.
+    if (!Defaults::boolValue(welcomeKey)) {
+        Defaults::setValue(welcomeKey, true);
+        showWelcome();
+    }
+}
+
+void AppDelegate::showStatusItemWhenTrayExists() {
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        statusItem_->show();
+        return;
+    }
+    std::fprintf(stderr, "%s\n",
+                 qPrintable(tr("Quillery: there is no system tray on this desktop, so the "
+                               "Quillery icon can't be shown yet. Quillery keeps running: %1 "
+                               "starts drawing, and the icon appears as soon as a tray does.")
+                                .arg(HotKeyConfig::current().display())));
+    // A tray can come later (a panel that starts after us, or restarts). Looking
+    // every few seconds is one cheap X request, and stops once the icon is in.
+    trayPoll = new QTimer(this);
+    trayPoll->setInterval(trayPollIntervalMs);
+    connect(trayPoll, &QTimer::timeout, this, [this] {
+        if (!QSystemTrayIcon::isSystemTrayAvailable())
+            return;
+        statusItem_->show();
+        trayPoll->stop();
+        trayPoll->deleteLater();
+        trayPoll = nullptr;
+    });
+    trayPoll->start();
+}
+
+void AppDelegate::menuNeedsUpdate() {
+    menu_->clear();
+    // clear() drops the actions but not the submenus made by addMenu().
+    for (QMenu* submenu : menu_->findChildren<QMenu*>(Qt::FindDirectChildrenOnly))
+        delete submenu;
+
+    // "&" would otherwise turn the next letter of a key name into a mnemonic.
+    QString shortcut = HotKeyConfig::current().display();
+    shortcut.replace(u'&', QStringLiteral("&&"));
+    const QString toggleTitle = isDrawing() ? tr("Stop Drawing") : tr("Start Drawing");
+    menu_->addAction(toggleTitle + QStringLiteral("   (") + shortcut + u')', this,
+                     &AppDelegate::toggleDrawing);
+    menu_->addAction(tr("Clear All"), this, &AppDelegate::clearAll);
+    menu_->addSeparator();
+    addFadeMenu();
+    QAction* login = menu_->addAction(tr("Launch at Login"), this, &AppDelegate::toggleLogin);
+    login->setCheckable(true);
+    login->setChecked(loginItem->isEnabled());
+    menu_->addSeparator();
+    menu_->addAction(tr("Settings…"), QKeySequence(Qt::CTRL | Qt::Key_Comma), this,
+                     &AppDelegate::showSettings);
+    menu_->addAction(tr("How to Draw…"), this, &AppDelegate::showWelcome);
+    menu_->addSeparator();
+    menu_->addAction(tr("Quit Quillery"), QKeySequence(Qt::CTRL | Qt::Key_Q), this,
+                     &AppDelegate::quitApp);
+}
+
+void AppDelegate::addFadeMenu() {
+    const qint64 current = storedFadeSeconds();
+    QMenu* fade = menu_->addMenu(tr("Fade after"));
+    auto* group = new QActionGroup(fade);
+    for (const int seconds : SettingsWindow::fadeChoices()) {
+        QAction* choice = fade->addAction(SettingsWindow::fadeChoiceTitle(seconds));
+        choice->setData(seconds);
+        choice->setCheckable(true);
+        choice->setChecked(seconds == current);
+        group->addAction(choice);
+        connect(choice, &QAction::triggered, this, [this, seconds] { setFade(seconds); });
+    }
+}
+
+bool AppDelegate::isDrawing() {
+    return OverlayController::shared().store().isDrawing;
+}
+
+void AppDelegate::toggle() {
+    OverlayController& overlay = OverlayController::shared();
+    if (!overlay.store().isDrawing)
+        overlay.start();
+    else
+        overlay.stop();
+}
+
+void AppDelegate::updateIcon() {
+    if (statusItem_)
+        statusItem_->setIcon(PencilIconEngine::trayIcon(isDrawing()));
+}
+
+void AppDelegate::toggleDrawing() {
+    // Later, not now: the menu must be gone before the overlay takes the screen.
+    QTimer::singleShot(menuToggleDelayMs, this, [] { toggle(); });
+}
+
+void AppDelegate::clearAll() {
+    OverlayController::shared().store().clear();
+}
+
+void AppDelegate::setFade(int seconds) {
+    Defaults::setValue(fadeKey, double(seconds));
+    DrawingStore::shared();
+    NotificationCenter::defaultCenter().post(drawingStoreChanged);
+}
+
+void AppDelegate::toggleLogin() {
+    const LoginItem::Failure failure =
+        loginItem->isEnabled() ? loginItem->unregisterItem() : loginItem->registerItem();
+    if (!failure)
+        return;
+    requireApplication("The Launch at Login alert");
+    QMessageBox alert(QMessageBox::Warning, tr("Quillery"), tr("Couldn't change Launch at Login"),
+                      QMessageBox::Ok);
+    alert.setInformativeText(*failure);
+    alert.exec();
+}
+
+void AppDelegate::showSettings() {
+    if (!settingsWindow_) {
+        settingsWindow_ = std::make_unique<SettingsWindow>();
+        settingsWindow_->adjustSize();
+        centreOnScreen(settingsWindow_.get());
+    }
+    bringToFront(settingsWindow_.get());
+}
+
+void AppDelegate::showWelcome() {
+    requireApplication("The welcome window");
+    if (welcomeWindow_)
+        welcomeWindow_->close();
+    const QString hotkey = HotKeyConfig::current().display();
+    const QPointer<AppDelegate> delegate(this);
+    auto closeAction = [delegate] {
+        if (delegate && delegate->welcomeWindow_)
+            delegate->welcomeWindow_->close();
+    };
+    welcomeWindow_ = std::make_unique<WelcomeWindow>(hotkey, closeAction);
+    centreOnScreen(welcomeWindow_.get());
+    bringToFront(welcomeWindow_.get());
+}
+
+void AppDelegate::quitApp() {
+    requireApplication("Quit");
+    QCoreApplication::quit();
+}
+
+void AppDelegate::requireApplication(const char* step) const {
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance()))
+        fatalError(QStringLiteral("%1 needs the application object, and there is none")
+                       .arg(QLatin1String(step)));
+}

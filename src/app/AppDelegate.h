@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <memory>
+
+class LoginItem;
+class QAction;
+class QMenu;
+class QSystemTrayIcon;
+class QTimer;
+class SettingsWindow;
+class WelcomeWindow;
+
+// The application shell: the tray icon and its menu, the Settings and welcome
+// windows, launch at login, and the start-up that wires them to the drawing.
+class AppDelegate : public QObject {
+    Q_OBJECT
+public:
+    AppDelegate();
+    // For another way of launching at login than this desktop's own.
+    explicit AppDelegate(std::unique_ptr<LoginItem> loginItem);
+    ~AppDelegate() override;
+
+    // Names and policies the application needs before anything else runs.
+    static void prepareApplication();
+    // Start-up, once the application object exists.
+    void applicationDidFinishLaunching();
+
+    // Clears the menu and fills it afresh with the present state.
+    void menuNeedsUpdate();
+    void updateIcon();
+    void toggleDrawing();
+    void clearAll();
+    void setFade(int seconds);
+    void toggleLogin();
+    void showSettings();
+    void showWelcome();
+    void quitApp();
+
+    QSystemTrayIcon* statusItem() const { return statusItem_; }
+    QMenu* menu() const { return menu_.get(); }
+    SettingsWindow* settingsWindow() const { return settingsWindow_.get(); }
+    WelcomeWindow* welcomeWindow() const { return welcomeWindow_.get(); }
+
+    // How often a missing tray is looked for again.
+    static constexpr int trayPollIntervalMs = 3000;
+
+private:
+    static bool isDrawing();
+    static void toggle();
+    void addFadeMenu();
+    void showStatusItemWhenTrayExists();
+    void requireApplication(const char* step) const;
+
+    std::unique_ptr<LoginItem> loginItem;
+    QSystemTrayIcon* statusItem_ = nullptr;
+    std::unique_ptr<QMenu> menu_;
+    std::unique_ptr<SettingsWindow> settingsWindow_;
+    std::unique_ptr<WelcomeWindow> welcomeWindow_;
+    QTimer* trayPoll = nullptr;
+};
