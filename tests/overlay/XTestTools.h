@@ -9,6 +9,7 @@
 #include <QProcess>
 #include <QRect>
 #include <QStringList>
+#include <QWidget>
 #include <QtTest>
 #include <cstdlib>
 #include <memory>
@@ -90,6 +91,18 @@ inline WId activeWindow() {
     if (!property || xcb_get_property_value_length(property.get()) < 4)
         return 0;
     return *static_cast<xcb_window_t*>(xcb_get_property_value(property.get()));
+}
+
+// When a window of ours that had the keyboard leaves, the window manager
+// moves the keyboard to a window of its choice a moment later (or leaves it
+// with nobody). A person can't start the next session that fast; tests wait.
+inline void waitForWindowManager() {
+    QTest::qWaitFor(
+        [] {
+            const WId focus = inputFocus();
+            return focus > XCB_INPUT_FOCUS_POINTER_ROOT && focus != root() && !QWidget::find(focus);
+        },
+        300);
 }
 
 // Runs a command to its end; true when it exited with 0.

@@ -36,18 +36,6 @@ class OverlayControllerTest : public QObject {
         return QTest::qWaitFor(
             [&] { return XServer::inputFocus() == id(window) && window->view()->hasFocus(); });
     }
-    // When our window leaves, the window manager moves the keyboard to a
-    // window of its choice a moment later (or leaves it with nobody), as a
-    // person could never start the next session that fast.
-    static void waitForWindowManager() {
-        QTest::qWaitFor(
-            [] {
-                const WId focus = XServer::inputFocus();
-                return focus > XCB_INPUT_FOCUS_POINTER_ROOT && focus != XServer::root() &&
-                       !QWidget::find(focus);
-            },
-            300);
-    }
     // Lets the fade timer run at a moment after every item has faded.
     void fadeEverythingOut() { Clock::setFixedNow(t0 + 4.0 + DrawingStore::fadeDuration + 1); }
 
@@ -68,7 +56,7 @@ private Q_SLOTS:
         store.clear();
         QVERIFY(!controller.isShown());
         Clock::setFixedNow(std::nullopt);
-        waitForWindowManager();
+        XServer::waitForWindowManager();
     }
 
     void startCoversTheScreenAboveEverything() {
