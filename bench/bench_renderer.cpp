@@ -17,7 +17,7 @@ constexpr int pointsPerStroke = 200;
 
 // Hand-drawn-looking strokes: a wandering walk of short steps, like a pen
 // moved at a steady pace, spread over the whole screen.
-Item penStroke(std::mt19937& random, int colorIndex) {
+Item penStroke(std::mt19937& random, int colorIndex, int points = pointsPerStroke) {
     std::uniform_real_distribution<qreal> x(100, screenSize.width() - 100);
     std::uniform_real_distribution<qreal> y(100, screenSize.height() - 100);
     std::uniform_real_distribution<qreal> turn(-0.35, 0.35);
@@ -27,7 +27,7 @@ Item penStroke(std::mt19937& random, int colorIndex) {
     item.width = 4;
     QPointF point(x(random), y(random));
     qreal heading = turn(random) * 18;
-    for (int i = 0; i < pointsPerStroke; ++i) {
+    for (int i = 0; i < points; ++i) {
         item.points.push_back(point);
         heading += turn(random);
         point += QPointF(std::cos(heading), std::sin(heading)) * 3.0;
@@ -75,6 +75,26 @@ BENCHMARK(BM_PenStrokeFrame)
     ->ArgsProduct({{10, 200, 2000}, {1, 2}})
     ->ArgNames({"strokes", "dpr"})
     ->Unit(benchmark::kMillisecond);
+
+// The stroke in progress alone, drawn over what is there: the cost of each
+// repaint while the pen moves if everything committed is cached. A long
+// scribble overlaps itself a lot, which is what makes it costly.
+void BM_StrokeInProgress(benchmark::State& state) {
+    const int points = int(state.range(0));
+    const qreal dpr = qreal(state.range(1));
+    std::mt19937 random(7);
+    const Item stroke = penStroke(random, 0, points);
+    QImage image = frameImage(dpr);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    for (auto _ : state)
+        Renderer::draw(painter, stroke, 1.0, false);
+    state.SetItemsProcessed(state.iterations() * points);
+}
+BENCHMARK(BM_StrokeInProgress)
+    ->ArgsProduct({{200, 2000}, {1, 2}})
+    ->ArgNames({"points", "dpr"})
+    ->Unit(benchmark::kMicrosecond);
 
 // A text item with its blurred shadow, and the hint bar: the other per-frame costs.
 void BM_TextItem(benchmark::State& state) {
