@@ -7,6 +7,16 @@
 #include <cmath>
 #include <functional>
 
+// For failure messages: "left,top to right,bottom".
+inline QByteArray describe(const QRectF& rect) {
+    return QStringLiteral("%1,%2 to %3,%4")
+        .arg(rect.left())
+        .arg(rect.top())
+        .arg(rect.right())
+        .arg(rect.bottom())
+        .toUtf8();
+}
+
 // A transparent surface for checking real pixels. It shows the part of the
 // virtual desktop that starts at `origin`, the way an overlay on that screen
 // would, at a device pixel ratio; lookups take virtual-desktop points.

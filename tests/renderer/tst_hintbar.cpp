@@ -106,11 +106,7 @@ private Q_SLOTS:
         const QRectF ink = canvas.inkBox();
         QVERIFY2(near(ink.left(), expected.left(), 1) && near(ink.right(), expected.right(), 1) &&
                      near(ink.top(), expected.top(), 1) && near(ink.bottom(), expected.bottom(), 1),
-                 qPrintable(QStringLiteral("ink %1,%2 to %3,%4")
-                                .arg(ink.left())
-                                .arg(ink.top())
-                                .arg(ink.right())
-                                .arg(ink.bottom())));
+                 describe(ink));
 
         // A capsule: rounded ends, the bar colour inside, its corners empty.
         const qreal midY = expected.center().y();
@@ -135,11 +131,7 @@ private Q_SLOTS:
         QVERIFY2(near(swatch.left(), expected.left() + 14, 1) &&
                      near(swatch.right(), expected.left() + 24, 1) &&
                      near(swatch.center().y(), midY, 0.75) && near(swatch.height(), 10, 1.5),
-                 qPrintable(QStringLiteral("swatch %1,%2 %3x%4")
-                                .arg(swatch.left() - expected.left())
-                                .arg(swatch.top() - expected.top())
-                                .arg(swatch.width())
-                                .arg(swatch.height())));
+                 describe(swatch));
         QVERIFY(isBarColour(canvas.at({expected.left() + 19, midY - 6.5})));
 
         // White text in its padding: 34 on the left, 18 on the right, 7 above and below.

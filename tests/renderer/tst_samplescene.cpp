@@ -73,49 +73,33 @@ class SampleSceneTest : public QObject {
 private Q_SLOTS:
     void initTestCase() { QCoreApplication::setApplicationName(QStringLiteral("Quillery")); }
 
-    // On an opaque desktop every item changes pixels, and only inside its
-    // bounds: what a partial repaint relies on.
+    // On an opaque desktop every item shows, and nothing changes outside the
+    // items' bounds and the hint bar: what a partial repaint relies on.
     void everyKindOverADesktop() {
         DrawingStore store;
         store.tool = Tool::highlighter;
         store.colorIndex = 1;
         QImage desktop(screenSize, QImage::Format_ARGB32_Premultiplied);
-        {
-            QPainter painter(&desktop);
-            paintDesktop(painter);
-        }
+        QPainter onDesktop(&desktop);
+        paintDesktop(onDesktop);
+        onDesktop.end();
 
         QImage picture = desktop;
-        QRegion touched;
         QPainter painter(&picture);
+        QRegion touched;
         for (const Drawn& drawn : scene()) {
-            QImage alone = picture; // the item drawn on its own over what is there
-            QPainter check(&alone);
-            Renderer::draw(check, drawn.item, drawn.alpha, drawn.editing);
-            check.end();
-            const QRect bounds = Renderer::itemBounds(drawn.item, drawn.editing).toAlignedRect();
-            int changedInside = 0;
-            for (int y = 0; y < picture.height(); ++y) {
-                for (int x = 0; x < picture.width(); ++x) {
-                    if (alone.pixel(x, y) == picture.pixel(x, y))
-                        continue;
-                    QVERIFY2(bounds.contains(x, y),
-                             qPrintable(QStringLiteral("%1 paints at %2,%3 outside its bounds")
-                                            .arg(rawValue(drawn.item.kind))
-                                            .arg(x)
-                                            .arg(y)));
-                    ++changedInside;
-                }
-            }
-            QVERIFY2(changedInside > 20, qPrintable(rawValue(drawn.item.kind)));
             Renderer::draw(painter, drawn.item, drawn.alpha, drawn.editing);
-            touched += bounds;
+            touched += Renderer::itemBounds(drawn.item, drawn.editing).toAlignedRect();
         }
         const QRectF screen{QPointF(), QSizeF(screenSize)};
         Renderer::drawHUD(painter, screen, store);
         touched += Renderer::hudRect(screen, store).toAlignedRect();
         painter.end();
 
+        for (const Drawn& drawn : scene()) {
+            const QRect bounds = Renderer::itemBounds(drawn.item, drawn.editing).toAlignedRect();
+            QVERIFY(picture.copy(bounds) != desktop.copy(bounds));
+        }
         for (int y = 0; y < picture.height(); ++y)
             for (int x = 0; x < picture.width(); ++x)
                 if (!touched.contains(QPoint(x, y)))

@@ -110,11 +110,7 @@ private Q_SLOTS:
         // little further, never darker than black at 0.55.
         const QRectF shadow = canvas.inkBox([](QRgb p) { return shadowWeight(p) > 0; });
         QVERIFY2(shadow.contains(glyphs.adjusted(-2.5, -1.5, 2.5, 3.5)),
-                 qPrintable(QStringLiteral("%1 %2 %3 %4")
-                                .arg(glyphs.left() - shadow.left())
-                                .arg(glyphs.top() - shadow.top())
-                                .arg(shadow.right() - glyphs.right())
-                                .arg(shadow.bottom() - glyphs.bottom())));
+                 describe(shadow) + " around " + describe(glyphs));
         QVERIFY(glyphs.adjusted(-6, -6, 6, 7).contains(shadow));
         int darkest = 0;
         for (int y = 0; y < canvas.image.height(); ++y)
