@@ -9,6 +9,7 @@
 #include <QPainter>
 #include <QPen>
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace {
@@ -90,9 +91,9 @@ std::optional<ArrowGeometry> arrowGeometry(const Item& item) {
     return ArrowGeometry{start, tip, barb(-arrowHeadHalfAngle), barb(arrowHeadHalfAngle)};
 }
 
-QRectF boundsOf(const std::vector<QPointF>& points) {
-    qreal left = points.front().x(), right = left;
-    qreal top = points.front().y(), bottom = top;
+template <typename Points> QRectF boundsOf(const Points& points) {
+    qreal left = points.begin()->x(), right = left;
+    qreal top = points.begin()->y(), bottom = top;
     for (const QPointF& point : points) {
         left = std::min(left, point.x());
         right = std::max(right, point.x());
@@ -113,6 +114,8 @@ namespace Renderer {
 
 void draw(QPainter& painter, const Item& item, qreal alpha, bool editing) {
     alpha = clampedAlpha(alpha);
+    if (alpha == 0) // fully faded: nothing would show
+        return;
     switch (item.kind) {
     case Tool::highlighter:
         useStroke(painter, withAlpha(item.color, alpha * highlighterAlphaFactor),
@@ -238,7 +241,7 @@ QRectF itemBounds(const Item& item, bool editing) {
         return grown(spannedRect(item.points[0], item.points[1]), item.width);
     case Tool::arrow:
         if (const auto arrow = arrowGeometry(item))
-            return grown(boundsOf({arrow->start, arrow->tip, arrow->barb1, arrow->barb2}),
+            return grown(boundsOf(std::array{arrow->start, arrow->tip, arrow->barb1, arrow->barb2}),
                          item.width);
         return {};
     case Tool::text:
