@@ -198,16 +198,27 @@ public:
 
     // Waits until its window is mapped and active.
     bool waitUntilActive() {
-        if (!waitForLine(QStringLiteral("ready ")))
+        if (!waitForLine(QStringLiteral("ready "))) {
+            qWarning() << "the other application did not start:" << process.errorString();
             return false;
+        }
         window = lines.filter(QStringLiteral("ready ")).front().mid(6).toULongLong();
-        if (!QTest::qWaitFor([this] { return XServer::isViewable(window); }, 5000))
+        if (!QTest::qWaitFor([this] { return XServer::isViewable(window); }, 5000)) {
+            qWarning() << "the other application's window did not appear";
             return false;
+        }
         // As a user would, by asking the window manager; a new window's own
         // request may be refused as focus stealing.
-        return XServer::run(QStringLiteral("xdotool"),
-                            {QStringLiteral("windowactivate"), QString::number(window)}) &&
-               QTest::qWaitFor([this] { return XServer::activeWindow() == window; }, 5000);
+        // (A window manager that has only just started may not accept it yet.)
+        for (int attempt = 0; attempt < 20; ++attempt) {
+            QProcess::execute(QStringLiteral("xdotool"),
+                              {QStringLiteral("windowactivate"), QString::number(window)});
+            if (QTest::qWaitFor([this] { return XServer::activeWindow() == window; }, 250))
+                return true;
+        }
+        qWarning() << "the window manager did not activate" << window << "but"
+                   << XServer::activeWindow();
+        return false;
     }
 
     bool waitForLine(const QString& line, int timeoutMs = 5000) {
