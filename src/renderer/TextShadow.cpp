@@ -4,6 +4,7 @@
 
 #include <QImage>
 #include <QPainter>
+#include <QPixmap>
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -27,10 +28,16 @@ qreal deviceScale(const QTransform& toDevice) {
 // side never costs a huge image.
 QRectF visibleDeviceRect(const QPainter& painter) {
     const QPaintDevice* device = painter.device();
-    QRectF visible(0, 0, device->width(), device->height());
-    if (device->devType() != QInternal::Image) // widgets measure in device-independent pixels
-        visible = QRectF(0, 0, device->width() * device->devicePixelRatio(),
-                         device->height() * device->devicePixelRatio());
+    QSizeF size(device->width(), device->height()); // widgets measure device-independently
+    if (device->devType() == QInternal::Image)
+        size = static_cast<const QImage*>(device)->deviceIndependentSize();
+    else if (device->devType() == QInternal::Pixmap)
+        size = static_cast<const QPixmap*>(device)->deviceIndependentSize();
+    // From the device's own coordinates to its pixels: the pixel ratio and, for
+    // a child widget, its offset in the window's backing store.
+    const QTransform deviceToPixels =
+        painter.worldTransform().inverted() * painter.deviceTransform();
+    QRectF visible = deviceToPixels.mapRect(QRectF(QPointF(), size));
     if (painter.hasClipping())
         visible &= painter.deviceTransform().mapRect(painter.clipBoundingRect());
     return visible;

@@ -4,6 +4,7 @@
 
 #include <QFontDatabase>
 #include <QFontMetricsF>
+#include <QWidget>
 #include <QtTest>
 
 // Text items in real images at device pixel ratios 1 and 2, on a canvas that
@@ -39,6 +40,17 @@ class TextRenderingTest : public QObject {
         return QFontMetricsF(font);
     }
     static qreal lineHeight() { return systemMetrics(QFont::Bold).height(); }
+    // Paints one item in its own coordinates, as a view inside a window does.
+    class ItemView : public QWidget {
+    public:
+        ItemView(QWidget* parent, const Item& item) : QWidget(parent), item(item) {}
+        void paintEvent(QPaintEvent*) override {
+            QPainter painter(this);
+            Renderer::draw(painter, item, 1.0, true);
+        }
+        Item item;
+    };
+
     static void addRatios() {
         QTest::addColumn<qreal>("dpr");
         QTest::newRow("1x") << 1.0;
@@ -147,6 +159,25 @@ private Q_SLOTS:
         QVERIFY(std::abs(at1.left() - at2.left()) <= 1 && std::abs(at1.top() - at2.top()) <= 1 &&
                 std::abs(at1.right() - at2.right()) <= 1 &&
                 std::abs(at1.bottom() - at2.bottom()) <= 1);
+    }
+
+    // A view placed inside its window paints the same shadow as an image does,
+    // although its device pixels are offset in the window's.
+    void sameInAWidgetAsInAnImage_data() { addRatios(); }
+    void sameInAWidgetAsInAnImage() {
+        QFETCH(qreal, dpr);
+        Item item = textItem(QStringLiteral("WHW"));
+        item.points = {{150, 90}};
+        QWidget window;
+        window.resize(400, 200);
+        ItemView view(&window, item);
+        view.setGeometry(120, 60, 260, 120);
+        Canvas inWindow({400, 200}, dpr);
+        window.render(&inWindow.image, QPoint(), QRegion(), QWidget::DrawChildren);
+
+        Canvas alone({400, 200}, dpr, {-120, -60});
+        alone.paint([&](QPainter& painter) { Renderer::draw(painter, item, 1.0, true); });
+        QCOMPARE(inWindow.image, alone.image);
     }
 
     void alphaReachesTextAndShadow_data() { addRatios(); }
