@@ -59,7 +59,6 @@ bool isCommandHeld(const QKeyEvent& event) {
 
 OverlayView::OverlayView(DrawingStore& store, QWidget* parent) : QWidget(parent), store(store) {
     setFocusPolicy(Qt::StrongFocus);
-    setAttribute(Qt::WA_OpaquePaintEvent);
     NotificationCenter::defaultCenter().addObserver(drawingStoreChanged, this,
                                                     [this] { update(); });
     updateCursor();
