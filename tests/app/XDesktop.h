@@ -96,6 +96,32 @@ public:
         return false;
     }
 
+    // The visible windows of a program, by its window class: {id, geometry}.
+    static QList<QPair<QString, QRect>> visibleWindows(const QString& className) {
+        QList<QPair<QString, QRect>> windows;
+        // (xdotool search fails when nothing matches.)
+        QProcess search;
+        search.start(QStringLiteral("xdotool"),
+                     {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                      QStringLiteral("--classname"), className});
+        search.waitForFinished(5000);
+        const QByteArray ids = search.readAllStandardOutput();
+        for (const QByteArray& id : ids.split('\n')) {
+            if (id.isEmpty())
+                continue;
+            const QByteArray shell = run(QStringLiteral("xdotool"),
+                                         {QStringLiteral("getwindowgeometry"),
+                                          QStringLiteral("--shell"), QString::fromLatin1(id)});
+            QMap<QByteArray, int> values;
+            for (const QByteArray& line : shell.split('\n'))
+                if (const qsizetype equals = line.indexOf('='); equals > 0)
+                    values[line.left(equals)] = line.mid(equals + 1).toInt();
+            windows.append({QString::fromLatin1(id),
+                            QRect(values["X"], values["Y"], values["WIDTH"], values["HEIGHT"])});
+        }
+        return windows;
+    }
+
     // The ids of the windows whose title matches name (a regular expression).
     static QStringList windowsNamed(const QString& name) {
         QProcess process;
