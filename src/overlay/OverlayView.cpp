@@ -141,15 +141,7 @@ void OverlayView::mouseReleaseEvent(QMouseEvent* event) {
 
 // ---- keys
 
-bool OverlayView::event(QEvent* event) {
-    // Tab is a drawing command here, not a move to the next widget.
-    if (event->type() == QEvent::KeyPress) {
-        keyPressEvent(static_cast<QKeyEvent*>(event));
-        return true;
-    }
-    return QWidget::event(event);
-}
-
+// Tab is a drawing command here, not a move to the next widget.
 bool OverlayView::focusNextPrevChild(bool) {
     return false;
 }

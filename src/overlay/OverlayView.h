@@ -17,7 +17,6 @@ public:
     void updateCursor();
 
 protected:
-    bool event(QEvent* event) override;
     bool focusNextPrevChild(bool next) override;
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
