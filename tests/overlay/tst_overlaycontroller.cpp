@@ -1,6 +1,7 @@
 #include "Clock.h"
 #include "Defaults.h"
 #include "DrawingStore.h"
+#include "HotKeyManager.h"
 #include "NotificationCounter.h"
 #include "OverlayController.h"
 #include "OverlayView.h"
@@ -133,6 +134,21 @@ private Q_SLOTS:
         QVERIFY(XInput::key(QStringLiteral("Escape")));
         QTRY_VERIFY(!store.isDrawing);
         QVERIFY(peer.takeLines().filter(QStringLiteral("key ")).isEmpty());
+    }
+
+    void theShortcutStillWorksWhileTheOverlayHasTheKeys() {
+        HotKeyManager& hotKey = HotKeyManager::shared();
+        hotKey.onPress = [this] { controller.toggle(); };
+        QVERIFY(hotKey.registerHotKey(HotKeyConfig::defaultShortcut()));
+        QVERIFY(XInput::key(QStringLiteral("ctrl+alt+d")));
+        QTRY_VERIFY(store.isDrawing);
+        QVERIFY(waitForKeyboard(controller.windows().front()));
+        QVERIFY(XInput::key(QStringLiteral("a")));
+        QTRY_COMPARE(store.tool, Tool::arrow);
+        QVERIFY(XInput::key(QStringLiteral("ctrl+alt+d")));
+        QTRY_VERIFY(!store.isDrawing);
+        hotKey.unregister();
+        hotKey.onPress = nullptr;
     }
 
     void previousWindowIsActiveAgainAfterStop() {
