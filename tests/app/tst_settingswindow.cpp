@@ -172,6 +172,12 @@ private Q_SLOTS:
         QCOMPARE(Defaults::integerValue(QStringLiteral("hkCode")), std::optional<qint64>(40));
         expectShortcutWorks(QStringLiteral("ctrl+alt+k"));
 
+        // Keys reach the window's controls again.
+        window->fadeComboBox()->setFocus();
+        QTest::keyClick(window->fadeComboBox(), Qt::Key_Down);
+        QCOMPARE(window->fadeComboBox()->currentText(), QStringLiteral("8 seconds"));
+        QCOMPARE(caption(), QStringLiteral("Shortcut set to ⌃⌥K."));
+
         // The menu shows it at its next opening.
         Q_EMIT delegate->menu()->aboutToShow();
         QCOMPARE(delegate->menu()->actions().first()->text(),
