@@ -204,7 +204,16 @@ public:
             return false;
         }
         window = lines.filter(QStringLiteral("ready ")).front().mid(6).toULongLong();
-        if (!QTest::qWaitFor([this] { return XServer::isViewable(window); }, 5000)) {
+        // A window manager that has only just started may drop the request
+        // to map it: ask again.
+        bool mapped = false;
+        for (int attempt = 0; attempt < 10 && !mapped; ++attempt) {
+            mapped = QTest::qWaitFor([this] { return XServer::isViewable(window); }, 500);
+            if (!mapped)
+                QProcess::execute(QStringLiteral("xdotool"),
+                                  {QStringLiteral("windowmap"), QString::number(window)});
+        }
+        if (!mapped) {
             qWarning() << "the other application's window did not appear";
             return false;
         }

@@ -136,6 +136,23 @@ private Q_SLOTS:
         QVERIFY(peer.takeLines().filter(QStringLiteral("key ")).isEmpty());
     }
 
+    void staysAboveWindowsRaisedWhileDrawing() {
+        PeerApp peer({100, 100, 600, 400}, Qt::darkCyan);
+        QVERIFY(peer.waitUntilActive());
+        controller.start();
+        QVERIFY(waitUntilMapped(true));
+        QVERIFY(waitForKeyboard(controller.windows().front()));
+        // Another application comes to the front by itself.
+        const QString window = QString::number(peer.window);
+        QVERIFY(XServer::run(QStringLiteral("xdotool"), {QStringLiteral("windowraise"), window}));
+        QVERIFY(XServer::run(QStringLiteral("xdotool"),
+                             {QStringLiteral("set_window"), QStringLiteral("--urgency"),
+                              QStringLiteral("1"), window}));
+        QVERIFY(XInput::click({300, 300}));
+        QTRY_COMPARE(store.items().size(), size_t(1));
+        QVERIFY(peer.takeLines().filter(QStringLiteral("press")).isEmpty());
+    }
+
     void theShortcutStillWorksWhileTheOverlayHasTheKeys() {
         HotKeyManager& hotKey = HotKeyManager::shared();
         hotKey.onPress = [this] { controller.toggle(); };
