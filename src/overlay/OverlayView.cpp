@@ -121,6 +121,10 @@ void OverlayView::mousePressEvent(QMouseEvent* event) {
     const QPointF at = event->globalPosition();
     if (isTyping())
         store.commitText();
+    else if (const auto& current = store.current(); current && !current->points.empty())
+        // The release of that stroke went to a window that is gone (its monitor
+        // was unplugged mid-stroke): keep the ink rather than replace it.
+        store.finishStroke(current->points.back());
     if (store.tool == Tool::text)
         store.beginText(at);
     else

@@ -180,6 +180,10 @@ private Q_SLOTS:
         QTRY_COMPARE(store.tool, Tool::rect);
         QVERIFY(XInput::drag({{300, 300}, {400, 380}}));
         QTRY_COMPARE(store.items().back().kind, Tool::rect);
+        // The stroke cut short by the unplugging is kept.
+        QCOMPARE(store.items().size(), size_t(3));
+        QCOMPARE(store.items()[1].kind, Tool::pen);
+        QCOMPARE(store.items()[1].points.front(), QPointF(1000, 300));
 
         // Plugged in again, it gets its window back.
         QVERIFY(plugRight(right));
