@@ -124,6 +124,44 @@ private Q_SLOTS:
         QCOMPARE(inkPixels(XDesktop::isYellow), 0);
     }
 
+    void leftClickOpensTheMenuAndQuitEndsTheProgram() {
+        const QRect icon = ProgramWindows::trayIcon();
+        auto menuIsOpen = [&] {
+            for (const auto& window : ProgramWindows::visible())
+                if (window.second != icon && window.second.height() > 100 &&
+                    window.second.height() < 1080)
+                    return true;
+            return false;
+        };
+        QVERIFY(!menuIsOpen());
+        QVERIFY(XDesktop::xdotool({QStringLiteral("mousemove"), QString::number(icon.center().x()),
+                                   QString::number(icon.center().y()), QStringLiteral("click"),
+                                   QStringLiteral("1")}));
+        QTRY_VERIFY(menuIsOpen());
+
+        // With ink still fading on the click-through overlay, so that quitting
+        // also takes the overlay down.
+        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("Escape")}));
+        QTRY_VERIFY(!menuIsOpen());
+        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+d")}));
+        QTRY_VERIFY(ProgramWindows::overlayIsUp());
+        drawStroke(500);
+        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("Escape")}));
+        QTRY_VERIFY(inkPixels(XDesktop::isYellow) > 200);
+        QVERIFY(ProgramWindows::overlayIsUp());
+        // The last item, "Quit Quillery".
+        QVERIFY(XDesktop::xdotool({QStringLiteral("mousemove"), QString::number(icon.center().x()),
+                                   QString::number(icon.center().y()), QStringLiteral("click"),
+                                   QStringLiteral("3"), QStringLiteral("sleep"),
+                                   QStringLiteral("0.4"), QStringLiteral("key"),
+                                   QStringLiteral("Up"), QStringLiteral("Return")}));
+        QVERIFY(quillery.waitForFinished(10000));
+        QCOMPARE(quillery.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(quillery.exitCode(), 0);
+        QTRY_VERIFY(!ProgramWindows::overlayIsUp());
+        QCOMPARE(inkPixels(XDesktop::isYellow), 0);
+    }
+
     void cleanupTestCase() {
         quillery.terminate();
         quillery.waitForFinished(5000);
