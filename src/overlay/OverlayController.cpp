@@ -23,6 +23,10 @@ OverlayController::OverlayController(DrawingStore& store) : store_(store) {
     if (!qobject_cast<QApplication*>(QCoreApplication::instance()))
         fatalError(QStringLiteral("OverlayController: no QApplication exists yet"));
 
+    // Qt merges queued pointer moves into the last one; for ink every point
+    // the pen went through matters, or quick strokes lose their corners.
+    QCoreApplication::setAttribute(Qt::AA_CompressHighFrequencyEvents, false);
+
     NotificationCenter::defaultCenter().addObserver(drawingStoreChanged, this,
                                                     [this] { storeChanged(); });
 

@@ -110,6 +110,14 @@ private Q_SLOTS:
         QCOMPARE(stroke.finishedAt, std::optional<double>(t0));
         QVERIFY(changes.count >= 3);
 
+        // Every point the pointer went through counts, however fast it came:
+        // a corner stays a corner.
+        QVERIFY(XInput::drag({{600, 100}, {800, 100}, {800, 300}}));
+        QTRY_COMPARE(store.items().size(), size_t(2));
+        QCOMPARE(store.items().back().points,
+                 (std::vector<QPointF>{{600, 100}, {800, 100}, {800, 300}, {800, 300}}));
+        store.undo();
+
         // A rectangle, chosen with a real key press.
         QVERIFY(XInput::key(QStringLiteral("r")));
         QTRY_COMPARE(store.tool, Tool::rect);
