@@ -93,16 +93,6 @@ private Q_SLOTS:
         QTRY_VERIFY(!second->isVisible());
         QCOMPARE(delegate.welcomeWindow(), second);
     }
-
-    void gotItClosesTheWindow() {
-        Defaults::setValue(QStringLiteral("didShowWelcome"), true);
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        delegate.showWelcome();
-        QVERIFY(QTest::qWaitForWindowExposed(delegate.welcomeWindow()));
-        QTest::mouseClick(delegate.welcomeWindow()->gotItButton(), Qt::LeftButton);
-        QVERIFY(!delegate.welcomeWindow()->isVisible());
-    }
 };
 
 QTEST_MAIN(WelcomeWindowTest)
