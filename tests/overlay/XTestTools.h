@@ -79,6 +79,27 @@ inline WId inputFocus() {
     return focus ? focus->focus : 0;
 }
 
+// The window manager's own window, named on the root.
+inline WId windowManagerWindow() {
+    auto* c = connection();
+    const char name[] = "_NET_SUPPORTING_WM_CHECK";
+    auto atom =
+        reply(xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, sizeof name - 1, name), nullptr));
+    if (!atom)
+        return 0;
+    auto property = reply(xcb_get_property_reply(
+        c, xcb_get_property(c, 0, root(), atom->atom, XCB_ATOM_WINDOW, 0, 1), nullptr));
+    if (!property || xcb_get_property_value_length(property.get()) < 4)
+        return 0;
+    return *static_cast<xcb_window_t*>(xcb_get_property_value(property.get()));
+}
+
+inline void setInputFocus(WId window) {
+    auto* c = connection();
+    xcb_set_input_focus(c, XCB_INPUT_FOCUS_POINTER_ROOT, window, XCB_CURRENT_TIME);
+    xcb_flush(c);
+}
+
 inline WId activeWindow() {
     auto* c = connection();
     const char name[] = "_NET_ACTIVE_WINDOW";

@@ -161,6 +161,30 @@ private Q_SLOTS:
         QVERIFY(peer.takeLines().filter(QStringLiteral("press")).isEmpty());
     }
 
+    void keyboardComesBackFromTheWindowManagerButNotFromAnApplication() {
+        PeerApp peer({100, 100, 300, 200}, Qt::darkYellow);
+        QVERIFY(peer.waitUntilActive());
+        controller.start();
+        OverlayWindow* window = controller.windows().front();
+        QVERIFY(waitForKeyboard(window));
+        // The window manager hands the keyboard to a window of its own, as
+        // when another of our windows has just gone.
+        const WId windowManager = XServer::windowManagerWindow();
+        QVERIFY(windowManager != 0);
+        XServer::setInputFocus(windowManager);
+        QTRY_COMPARE(XServer::inputFocus(), window->winId());
+        QVERIFY(XInput::key(QStringLiteral("h")));
+        QTRY_COMPARE(store.tool, Tool::highlighter);
+
+        // The user switches to an application: it keeps the keyboard.
+        QVERIFY(peer.waitUntilActive());
+        QTest::qWait(600); // longer than Qt waits before it reports the loss
+        QCOMPARE(XServer::inputFocus(), peer.window);
+        QVERIFY(XInput::key(QStringLiteral("p")));
+        QVERIFY(peer.waitForLine(QStringLiteral("key p")));
+        QCOMPARE(store.tool, Tool::highlighter);
+    }
+
     void theShortcutStillWorksWhileTheOverlayHasTheKeys() {
         HotKeyManager& hotKey = HotKeyManager::shared();
         hotKey.onPress = [this] { controller.toggle(); };
