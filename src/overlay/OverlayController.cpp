@@ -77,7 +77,7 @@ void OverlayController::updateCursors() {
 void OverlayController::rebuildWindows() {
     for (OverlayWindow* window : windows_) {
         window->orderOut();
-        // Later: this may run while one of the old windows is still inside an event handler.
+        // Deleted later: one of them may still be inside an event handler.
         window->deleteLater();
     }
     windows_.clear();
