@@ -1,10 +1,14 @@
 #include "AppDelegate.h"
 #include "DesktopCheck.h"
+#include "RemoteLauncher.h"
+#include "RemoteServer.h"
 
 #include <QApplication>
 #include <cstdio>
 
-int main(int argc, char** argv) {
+namespace {
+
+int runInstance(int argc, char** argv, bool withRemoteControl) {
     if (!DesktopCheck::hasDesktop(argc, argv)) {
         std::fprintf(stderr, "%s\n", DesktopCheck::missingDesktopMessage());
         return 1;
@@ -13,5 +17,19 @@ int main(int argc, char** argv) {
     AppDelegate::prepareApplication();
     AppDelegate delegate;
     delegate.applicationDidFinishLaunching();
+
+    RemoteCommands commands;
+    commands.showWelcome = [&delegate] { delegate.showWelcome(); };
+    commands.quit = [&delegate] { delegate.quitApp(); };
+    RemoteServer server(std::move(commands));
+    QString error;
+    if (withRemoteControl && !server.listen(&error))
+        std::fprintf(stderr, "quillery: remote control is off: %s\n", qPrintable(error));
     return application.exec();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return RemoteLauncher::run(argc, argv, runInstance);
 }
