@@ -68,7 +68,7 @@ private Q_SLOTS:
                      QStringLiteral("While drawing"),
                      QStringLiteral("Drag to draw. P pen, A arrow, E ellipse, R rectangle, H "
                                     "highlighter, T text (click, type, Return)."),
-                     QStringLiteral("1–6 pick a color, [ and ] change size, ⌃Z undo, C clears "
+                     QStringLiteral("1–6 pick a color, [ and ] change size, ⌘Z undo, C clears "
                                     "everything."),
                      QStringLiteral("Drawings fade away on their own. Change the delay from the "
                                     "menu bar icon."),
