@@ -5,8 +5,14 @@ install(TARGETS quillery RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${CMAKE_SOURCE_DIR}/data/quillery.desktop
         DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 
+# Man pages are installed compressed, as Debian expects.
 configure_file(${CMAKE_SOURCE_DIR}/data/quillery.1 ${CMAKE_BINARY_DIR}/man/quillery.1 @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/man/quillery.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/man/quillery.1.gz
+    COMMAND gzip -9nkf ${CMAKE_BINARY_DIR}/man/quillery.1
+    DEPENDS ${CMAKE_BINARY_DIR}/man/quillery.1
+    COMMENT "Compressing the man page")
+add_custom_target(manpage ALL DEPENDS ${CMAKE_BINARY_DIR}/man/quillery.1.gz)
+install(FILES ${CMAKE_BINARY_DIR}/man/quillery.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
 # Icons are drawn by the program's own icon code, so the installed ones match the tray.
 set(QUILLERY_ICON_SIZES 16 22 24 32 48 64 128 256)

@@ -8,6 +8,7 @@ packages=(
     libbenchmark-dev fonts-dejavu-core
     xvfb openbox picom xdotool imagemagick xserver-xephyr x11-xserver-utils x11-utils
     tint2 dbus dbus-x11
+    desktop-file-utils man-db groff-base dpkg-dev file
 )
 missing=()
 for package in "${packages[@]}"; do
