@@ -55,6 +55,9 @@ public:
     bool isTimerRunning() const { return timer != nullptr; }
 
 private:
+    // Benchmarks run the fade timer's tick directly instead of waiting for it.
+    friend class FadeTicker;
+
     void tick();
     void commit(Item item);
     void post();
