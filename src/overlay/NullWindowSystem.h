@@ -11,4 +11,8 @@ public:
     void giveFocus(WindowId) override {}
     bool isApplicationWindow(WindowId) override { return false; }
     void releaseFocus() override {}
+    // Offscreen windows keep their transparency: nothing to work around.
+    bool isCompositing() override { return true; }
+    void watchCompositing(std::function<void()>) override {}
+    void setVisibleRegion(WindowId, const std::optional<QRegion>&) override {}
 };

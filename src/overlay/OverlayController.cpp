@@ -42,6 +42,9 @@ OverlayController::OverlayController(DrawingStore& store) : store_(store) {
             qOverload<>(&QTimer::start));
     for (QScreen* screen : QGuiApplication::screens())
         watchScreen(screen);
+
+    shaped = !WindowSystem::current().isCompositing();
+    WindowSystem::current().watchCompositing([this] { compositingChanged(); });
 }
 
 void OverlayController::watchScreen(QScreen* screen) {
@@ -82,8 +85,26 @@ void OverlayController::rebuildWindows() {
     }
     windows_.clear();
     isShown_ = false;
-    for (QScreen* screen : QGuiApplication::screens())
-        windows_.push_back(new OverlayWindow(screen, store_));
+    // Asked afresh: a compositing manager may have come or gone unannounced
+    // (a server without XFixes).
+    shaped = !WindowSystem::current().isCompositing();
+    for (QScreen* screen : QGuiApplication::screens()) {
+        auto* window = new OverlayWindow(screen, store_);
+        window->setShaped(shaped);
+        windows_.push_back(window);
+    }
+}
+
+void OverlayController::compositingChanged() {
+    const bool nowShaped = !WindowSystem::current().isCompositing();
+    if (nowShaped == shaped)
+        return;
+    shaped = nowShaped;
+    for (OverlayWindow* window : windows_)
+        window->setShaped(shaped);
+    // Cut to its ink, the key window must hold the pointer to keep the pen.
+    if (shaped && store_.isDrawing && isShown_ && !windows_.empty())
+        keyWindow()->makeKey();
 }
 
 OverlayWindow* OverlayController::windowUnderPointer() const {
@@ -93,6 +114,14 @@ OverlayWindow* OverlayController::windowUnderPointer() const {
             return window;
     }
     return windows_.front();
+}
+
+OverlayWindow* OverlayController::keyWindow() const {
+    for (OverlayWindow* window : windows_) {
+        if (window->view()->hasFocus())
+            return window;
+    }
+    return windowUnderPointer();
 }
 
 void OverlayController::start() {

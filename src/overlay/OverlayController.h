@@ -22,6 +22,8 @@ public:
 
     const std::vector<OverlayWindow*>& windows() const { return windows_; }
     bool isShown() const { return isShown_; }
+    // Whether the windows are cut to the ink, for want of a compositing manager.
+    bool isShaped() const { return shaped; }
 
 private:
     explicit OverlayController(DrawingStore& store);
@@ -30,12 +32,14 @@ private:
     void storeChanged();
     void screensChanged();
     void watchScreen(QScreen* screen);
+    void compositingChanged();
 
     // Whether anything must be on screen: drawing, or items left to show.
     bool shouldShow() const;
     void showWindows(bool visible);
     void updateCursors();
     OverlayWindow* windowUnderPointer() const;
+    OverlayWindow* keyWindow() const;
     bool isOwnWindow(quint64 window) const;
     void rememberActiveWindow();
     void restoreActiveWindow();
@@ -45,6 +49,7 @@ private:
     // The window that was active when the current or last session started (0: none).
     quint64 previousWindow = 0;
     bool isShown_ = false;
+    bool shaped = false;
     // Screen changes come in bursts (a monitor added moves the others too):
     // one rebuild for the whole burst.
     QTimer screenChange;

@@ -1,6 +1,9 @@
 #include "OverlayWindow.h"
 
+#include "Clock.h"
 #include "DrawingStore.h"
+#include "InkMask.h"
+#include "NotificationCenter.h"
 #include "OverlayView.h"
 #include "WindowSystem.h"
 
@@ -14,11 +17,13 @@ namespace {
 constexpr Qt::WindowFlags overlayFlags = Qt::Tool | Qt::FramelessWindowHint |
                                          Qt::WindowStaysOnTopHint | Qt::X11BypassWindowManagerHint |
                                          Qt::NoDropShadowWindowHint;
+constexpr int pointerRetryMs = 100;
 
 } // namespace
 
 OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
-    : QWidget(nullptr, overlayFlags), store(store), view_(new OverlayView(store, this)) {
+    : QWidget(nullptr, overlayFlags), store(store), view_(new OverlayView(store, this)),
+      screenGeometry(screen->geometry()) {
     setAttribute(Qt::WA_TranslucentBackground);
     // Only the window under the pointer takes the keyboard, and only when asked.
     setAttribute(Qt::WA_ShowWithoutActivating);
@@ -35,9 +40,34 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
     // The native window exists from here on, so click-through can be switched
     // on the live window without hiding it.
     create();
+    windowHandle()->installEventFilter(this);
+
+    reshapeTimer.setSingleShot(true);
+    reshapeTimer.setInterval(0);
+    connect(&reshapeTimer, &QTimer::timeout, this, [this] {
+        if (shapeOutdated && mask)
+            reshape([this] {
+                QEvent paint(QEvent::UpdateRequest);
+                QWidget::event(&paint);
+            });
+    });
+    pointerRetry.setSingleShot(true);
+    pointerRetry.setInterval(pointerRetryMs);
+    connect(&pointerRetry, &QTimer::timeout, this, [this] {
+        if (pointerWanted)
+            holdPointer();
+    });
+    NotificationCenter::defaultCenter().addObserver(drawingStoreChanged, this,
+                                                    [this] { drawingChanged(); });
+}
+
+OverlayWindow::~OverlayWindow() {
+    releasePointer();
 }
 
 void OverlayWindow::setClickThrough(bool on) {
+    if (on)
+        releasePointer();
     const Qt::WindowFlags flags = windowFlags().setFlag(Qt::WindowTransparentForInput, on);
     if (flags == windowFlags())
         return;
@@ -57,6 +87,7 @@ void OverlayWindow::orderFront() {
 }
 
 void OverlayWindow::orderOut() {
+    releasePointer();
     hide();
 }
 
@@ -71,6 +102,8 @@ void OverlayWindow::makeKey() {
     view_->setFocus(Qt::ActiveWindowFocusReason);
     activateWindow();
     WindowSystem::current().giveFocus(winId());
+    if (mask)
+        holdPointer();
 }
 
 void OverlayWindow::changeEvent(QEvent* event) {
@@ -89,4 +122,98 @@ void OverlayWindow::keyboardLost() {
     WindowSystem& system = WindowSystem::current();
     if (!system.isApplicationWindow(system.focusedWindow()))
         makeKey();
+}
+
+// ---- shaped mode
+
+void OverlayWindow::setShaped(bool shaped) {
+    if (shaped == isShaped())
+        return;
+    if (!shaped) {
+        mask.reset();
+        shapeOutdated = false;
+        reshapeTimer.stop();
+        releasePointer();
+        showRegion(std::nullopt);
+        return;
+    }
+    mask = std::make_unique<InkMask>(screenGeometry, devicePixelRatioF());
+    shapeOutdated = true;
+    if (windowHandle()->isExposed()) {
+        // Already painted: cut it down at once, before anything shows black.
+        reshapeTimer.stop();
+        reshape([] {});
+    } else {
+        // Nothing painted yet: show nothing until the first paint is done.
+        showRegion(QRegion());
+        reshapeTimer.start();
+    }
+}
+
+bool OverlayWindow::holdsPointer() const {
+    return QWidget::mouseGrabber() == view_;
+}
+
+void OverlayWindow::holdPointer() {
+    pointerWanted = true;
+    if (!mask || !store.isDrawing || isClickThrough() || !isVisible())
+        return;
+    pointerRetry.stop();
+    view_->grabMouse();
+    // grabMouse() can't tell whether the window system agreed; asking again can.
+    if (!windowHandle()->setMouseGrabEnabled(true))
+        pointerRetry.start();
+}
+
+void OverlayWindow::releasePointer() {
+    pointerWanted = false;
+    pointerRetry.stop();
+    if (holdsPointer())
+        view_->releaseMouse();
+}
+
+void OverlayWindow::drawingChanged() {
+    if (!mask)
+        return;
+    shapeOutdated = true;
+    reshapeTimer.start();
+}
+
+bool OverlayWindow::event(QEvent* event) {
+    // A repaint is due: fit the shape around it, so that new ink is painted
+    // before it shows and ink taken away is hidden before it is cleared.
+    if (event->type() == QEvent::UpdateRequest && shapeOutdated && mask) {
+        bool handled = false;
+        reshape([&] { handled = QWidget::event(event); });
+        return handled;
+    }
+    return QWidget::event(event);
+}
+
+bool OverlayWindow::eventFilter(QObject* watched, QEvent* event) {
+    // The first paint comes with the first exposure; the shape follows it.
+    if (watched == windowHandle() && event->type() == QEvent::Expose && shapeOutdated && mask)
+        reshapeTimer.start();
+    return QWidget::eventFilter(watched, event);
+}
+
+void OverlayWindow::reshape(const std::function<void()>& paint) {
+    const QRegion wanted = mask->region(store, Clock::now());
+    const QRegion kept = shown ? *shown & wanted : wanted;
+    if (!shown || kept != *shown)
+        showRegion(kept);
+    if (!windowHandle()->isExposed()) {
+        // Not painted yet: what is new shows once it is.
+        shapeOutdated = kept != wanted;
+        return;
+    }
+    shapeOutdated = false;
+    paint();
+    if (kept != wanted)
+        showRegion(wanted);
+}
+
+void OverlayWindow::showRegion(const std::optional<QRegion>& region) {
+    shown = region;
+    WindowSystem::current().setVisibleRegion(winId(), region);
 }

@@ -1,8 +1,14 @@
 #pragma once
 
+#include <QRegion>
+#include <QTimer>
 #include <QWidget>
+#include <functional>
+#include <memory>
+#include <optional>
 
 class DrawingStore;
+class InkMask;
 class OverlayView;
 class QScreen;
 
@@ -14,6 +20,7 @@ class OverlayWindow : public QWidget {
     Q_OBJECT
 public:
     OverlayWindow(QScreen* screen, DrawingStore& store);
+    ~OverlayWindow() override;
 
     OverlayView* view() const { return view_; }
 
@@ -29,12 +36,43 @@ public:
     // Brings the window up and gives its view the keyboard, without a click.
     void makeKey();
 
+    // Without a compositing manager nothing blends the window over the
+    // desktop, and every clear pixel of it would show black. Shaped, the
+    // window shows only what is drawn on it; while drawing, the key window
+    // then holds the pointer, since its shape alone would let the pen fall
+    // through to the windows underneath wherever there is no ink yet.
+    void setShaped(bool shaped);
+    bool isShaped() const { return mask != nullptr; }
+    // The part of the window on screen in shaped mode, in native pixels;
+    // std::nullopt when all of it is.
+    const std::optional<QRegion>& visibleRegion() const { return shown; }
+    // Whether this window's view takes every pointer event on the display.
+    bool holdsPointer() const;
+
 protected:
     void changeEvent(QEvent* event) override;
+    bool event(QEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void keyboardLost();
+    void holdPointer();
+    void releasePointer();
+    void drawingChanged();
+    // Cuts the window to what is drawn, in an order that never shows a clear
+    // pixel: first to what stays, then paint, then out to what is new.
+    void reshape(const std::function<void()>& paint);
+    void showRegion(const std::optional<QRegion>& region);
 
     DrawingStore& store;
     OverlayView* view_;
+    QRect screenGeometry;
+    std::unique_ptr<InkMask> mask;
+    std::optional<QRegion> shown;
+    bool shapeOutdated = false;
+    // Reshapes once per turn of the event loop at most, also when nothing repaints.
+    QTimer reshapeTimer;
+    // Grabbing fails while another program holds the pointer (a menu): try again.
+    QTimer pointerRetry;
+    bool pointerWanted = false;
 };

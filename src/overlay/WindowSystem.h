@@ -1,7 +1,10 @@
 #pragma once
 
+#include <QRegion>
 #include <QtGlobal>
+#include <functional>
 #include <memory>
+#include <optional>
 
 // What the overlay needs from the desktop's window system beyond Qt: which
 // window is active, handing the keyboard to our own unmanaged windows, and
@@ -31,6 +34,17 @@ public:
     // Lets the keyboard follow the pointer again, so no hidden or click-through
     // window of ours keeps swallowing keys.
     virtual void releaseFocus() = 0;
+
+    // Whether a compositing manager blends our see-through windows over the
+    // desktop. Without one, whatever is clear in them shows black.
+    virtual bool isCompositing() = 0;
+    // Calls changed on the main thread, from the event loop, after a
+    // compositing manager started or stopped (possibly more than once per
+    // change). One observer; a later call replaces it.
+    virtual void watchCompositing(std::function<void()> changed) = 0;
+    // Limits what window shows of itself to region, in the window's native
+    // pixels; std::nullopt shows all of it again.
+    virtual void setVisibleRegion(WindowId window, const std::optional<QRegion>& region) = 0;
 
 protected:
     WindowSystem() = default;

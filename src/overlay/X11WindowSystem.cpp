@@ -1,8 +1,14 @@
 #include "X11WindowSystem.h"
 
+#include <QCoreApplication>
+#include <QTimer>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
+#include <vector>
+#include <xcb/shape.h>
+#include <xcb/xfixes.h>
 
 namespace {
 
@@ -15,13 +21,36 @@ template <typename T> using Reply = std::unique_ptr<T, FreeDeleter>;
 // window managers don't apply focus-stealing prevention to it.
 constexpr uint32_t sourceIsUserAction = 2;
 
+// Qt drives a single X screen: the default one of the display it opened.
+int defaultScreenNumber() {
+    int screen = 0;
+    char* host = nullptr;
+    int display = 0;
+    if (xcb_parse_display(nullptr, &host, &display, &screen) == 0)
+        screen = 0;
+    std::free(host);
+    return screen;
+}
+
+xcb_window_t rootOfScreen(xcb_connection_t* connection, int number) {
+    xcb_screen_iterator_t screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
+    const xcb_window_t first = screens.data->root;
+    for (int i = 0; screens.rem > 0; xcb_screen_next(&screens), ++i) {
+        if (i == number)
+            return screens.data->root;
+    }
+    return first;
+}
+
 } // namespace
 
 X11WindowSystem::X11WindowSystem(xcb_connection_t* connection)
-    // Qt drives a single X screen (the default one of the display), the first root.
-    : connection(connection), root(xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root),
-      netActiveWindow(atom("_NET_ACTIVE_WINDOW")), netSupported(atom("_NET_SUPPORTED")),
-      wmState(atom("WM_STATE")) {}
+    : connection(connection), screenNumber(defaultScreenNumber()),
+      root(rootOfScreen(connection, screenNumber)), netActiveWindow(atom("_NET_ACTIVE_WINDOW")),
+      netSupported(atom("_NET_SUPPORTED")), wmState(atom("WM_STATE")),
+      compositorSelection(atom(("_NET_WM_CM_S" + std::to_string(screenNumber)).c_str())) {}
+
+X11WindowSystem::~X11WindowSystem() = default;
 
 xcb_atom_t X11WindowSystem::atom(const char* name) const {
     const auto cookie =
@@ -118,5 +147,74 @@ bool X11WindowSystem::isApplicationWindow(WindowId id) {
 void X11WindowSystem::releaseFocus() {
     xcb_set_input_focus(connection, XCB_INPUT_FOCUS_POINTER_ROOT, XCB_INPUT_FOCUS_POINTER_ROOT,
                         XCB_CURRENT_TIME);
+    xcb_flush(connection);
+}
+
+bool X11WindowSystem::hasExtension(xcb_extension_t* extension) const {
+    const xcb_query_extension_reply_t* data = xcb_get_extension_data(connection, extension);
+    return data && data->present;
+}
+
+bool X11WindowSystem::isCompositing() {
+    Reply<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(
+        connection, xcb_get_selection_owner(connection, compositorSelection), nullptr));
+    // A server that doesn't answer can't be composited for us either.
+    return reply && reply->owner != XCB_NONE;
+}
+
+void X11WindowSystem::watchCompositing(std::function<void()> changed) {
+    compositingChanged = std::move(changed);
+    if (!filterInstalled && QCoreApplication::instance()) {
+        QCoreApplication::instance()->installNativeEventFilter(this);
+        filterInstalled = true;
+        selectCompositorEvents();
+    }
+}
+
+void X11WindowSystem::selectCompositorEvents() {
+    if (!hasExtension(&xcb_xfixes_id))
+        return;
+    // Every client states the XFixes version it speaks before its first request.
+    std::free(xcb_xfixes_query_version_reply(
+        connection, xcb_xfixes_query_version(connection, XCB_XFIXES_MAJOR_VERSION, 0), nullptr));
+    xfixesFirstEvent = xcb_get_extension_data(connection, &xcb_xfixes_id)->first_event;
+    xcb_xfixes_select_selection_input(connection, root, compositorSelection,
+                                      XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
+                                          XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
+                                          XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
+    xcb_flush(connection);
+}
+
+bool X11WindowSystem::nativeEventFilter(const QByteArray& eventType, void* message, qintptr*) {
+    if (xfixesFirstEvent == 0 || eventType != "xcb_generic_event_t")
+        return false;
+    const auto* event = static_cast<const xcb_generic_event_t*>(message);
+    if ((event->response_type & 0x7f) != xfixesFirstEvent + XCB_XFIXES_SELECTION_NOTIFY)
+        return false;
+    const auto* notify = reinterpret_cast<const xcb_xfixes_selection_notify_event_t*>(event);
+    if (notify->selection == compositorSelection && compositingChanged)
+        // Not from inside Qt's event dispatch: the observer repaints and reshapes windows.
+        QTimer::singleShot(0, QCoreApplication::instance(), compositingChanged);
+    // Qt watches selections too (the clipboard): never take the event from it.
+    return false;
+}
+
+void X11WindowSystem::setVisibleRegion(WindowId id, const std::optional<QRegion>& region) {
+    if (!hasExtension(&xcb_shape_id))
+        return;
+    const auto window = static_cast<xcb_window_t>(id);
+    if (!region) {
+        xcb_shape_mask(connection, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, window, 0, 0, XCB_NONE);
+    } else {
+        std::vector<xcb_rectangle_t> rectangles;
+        rectangles.reserve(size_t(region->rectCount()));
+        for (const QRect& rect : *region)
+            rectangles.push_back({static_cast<int16_t>(rect.x()), static_cast<int16_t>(rect.y()),
+                                  static_cast<uint16_t>(rect.width()),
+                                  static_cast<uint16_t>(rect.height())});
+        xcb_shape_rectangles(connection, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING,
+                             XCB_CLIP_ORDERING_UNSORTED, window, 0, 0,
+                             static_cast<uint32_t>(rectangles.size()), rectangles.data());
+    }
     xcb_flush(connection);
 }
