@@ -9,77 +9,51 @@
 class DefaultsTest : public QObject {
     Q_OBJECT
 
-    static void writeRaw(const QString& path, const QByteArray& contents) {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(contents);
+    std::unique_ptr<TestSettings> settings;
+
+    QByteArray writeFile(const QByteArray& contents) {
+        QDir().mkpath(QFileInfo(settings->filePath()).path());
+        QFile file(settings->filePath());
+        return file.open(QIODevice::WriteOnly) && file.write(contents) ? contents : QByteArray();
     }
 
 private Q_SLOTS:
-    void init() { settings = std::make_unique<TestSettings>(); }
-
-    void registeredDefaultsUnderStoredValues() {
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 4.0);
-        QVERIFY(Defaults::boolValue(QStringLiteral("hudVisible")));
-        QVERIFY(!Defaults::hasObject(QStringLiteral("fadeSeconds")));
-
-        Defaults::setValue(QStringLiteral("fadeSeconds"), 8.0);
-        Defaults::setValue(QStringLiteral("hudVisible"), false);
-        QVERIFY(Defaults::hasObject(QStringLiteral("fadeSeconds")));
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 8.0);
-        QVERIFY(!Defaults::boolValue(QStringLiteral("hudVisible")));
-        QCOMPARE(Defaults::fileName(), settings->filePath());
-        QVERIFY(QFile::exists(settings->filePath()));
-
-        Defaults::remove(QStringLiteral("fadeSeconds"));
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 4.0);
+    void init() {
+        settings = std::make_unique<TestSettings>();
+        Defaults::registerDefaults({{"fadeSeconds", 4.0}, {"hudVisible", true}});
     }
 
-    void missingKeysReadAsZero() {
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("nothing")), 0.0);
-        QVERIFY(!Defaults::boolValue(QStringLiteral("nothing")));
-        QVERIFY(!Defaults::integerValue(QStringLiteral("nothing")));
-        QVERIFY(!Defaults::stringValue(QStringLiteral("nothing")));
+    void storedValuesOverRegisteredOnes() {
+        QCOMPARE(Defaults::doubleValue("fadeSeconds"), 4.0);
+        QVERIFY(!Defaults::hasObject("fadeSeconds"));
+        QVERIFY(!Defaults::boolValue("missing") && !Defaults::stringValue("missing"));
+        Defaults::setValue("fadeSeconds", 8.0);
+        Defaults::setValue("hudVisible", false);
+        QVERIFY(Defaults::hasObject("fadeSeconds"));
+        QCOMPARE(Defaults::doubleValue("fadeSeconds"), 8.0);
+        QVERIFY(!Defaults::boolValue("hudVisible"));
+        // Read afresh: another writer's change shows at once.
+        QSettings(settings->filePath(), QSettings::IniFormat).setValue("fadeSeconds", 15.0);
+        QCOMPARE(Defaults::doubleValue("fadeSeconds"), 15.0);
+        Defaults::remove("fadeSeconds");
+        QCOMPARE(Defaults::doubleValue("fadeSeconds"), 4.0);
     }
 
-    void valuesWrittenByHandAreRead() {
-        writeRaw(settings->filePath(), "[General]\nfadeSeconds=2.5\nhudVisible=false\n"
-                                       "hkCode=4294967296\nhkName=F5\n");
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 2.5);
-        QVERIFY(!Defaults::boolValue(QStringLiteral("hudVisible")));
-        QCOMPARE(Defaults::integerValue(QStringLiteral("hkCode")),
-                 std::optional<qint64>(4294967296LL));
-        QCOMPARE(Defaults::stringValue(QStringLiteral("hkName")),
-                 std::optional<QString>(QStringLiteral("F5")));
-    }
-
-    void corruptValuesFallBackAndStayInTheFile() {
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
-        const QByteArray contents = "[General]\nfadeSeconds=soon\nhudVisible=maybe\nhkCode=D\n";
-        writeRaw(settings->filePath(), contents);
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 4.0);
-        QVERIFY(Defaults::boolValue(QStringLiteral("hudVisible")));
-        QVERIFY(!Defaults::integerValue(QStringLiteral("hkCode")));
+    void handWrittenAndCorruptValues() {
+        writeFile("[General]\nfadeSeconds=2.5\nhudVisible=false\nhkCode=4294967296\n");
+        QCOMPARE(Defaults::doubleValue("fadeSeconds"), 2.5);
+        QVERIFY(!Defaults::boolValue("hudVisible"));
+        QCOMPARE(Defaults::integerValue("hkCode"), std::optional<qint64>(4294967296LL));
+        // Unreadable values fall back, and the user's file is never rewritten.
+        const QByteArray corrupt =
+            writeFile("[General]\nfadeSeconds=soon\nhudVisible=maybe\nhkCode=D\n");
+        QCOMPARE(Defaults::doubleValue("fadeSeconds"), 4.0);
+        QVERIFY(Defaults::boolValue("hudVisible"));
+        QVERIFY(!Defaults::integerValue("hkCode"));
         QFile file(settings->filePath());
         QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(file.readAll(), contents); // reading never rewrites the user's file
+        QCOMPARE(file.readAll(), corrupt);
     }
-
-    void changesFromAnotherWriterAreSeen() {
-        Defaults::setValue(QStringLiteral("fadeSeconds"), 2.0);
-        {
-            QSettings other(settings->filePath(), QSettings::IniFormat);
-            other.setValue(QStringLiteral("fadeSeconds"), 15.0);
-        }
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 15.0);
-    }
-
-private:
-    std::unique_ptr<TestSettings> settings;
 };
 
 QTEST_GUILESS_MAIN(DefaultsTest)
