@@ -1,5 +1,6 @@
 #include "Defaults.h"
 
+#include <QRegularExpression>
 #include <QSet>
 #include <QSettings>
 #include <cmath>
@@ -17,14 +18,11 @@ QSettings openSettings() {
                      QStringLiteral("Quillery"));
 }
 
-std::optional<QVariant> storedOrRegistered(const QString& key) {
-    QSettings settings = openSettings();
-    QVariant value = settings.value(key);
-    if (value.isValid())
-        return value;
-    if (registration().contains(key))
-        return registration().value(key);
-    return std::nullopt;
+// A value as the user wrote it: an unquoted comma in the file makes a list.
+QString writtenForm(const QVariant& value) {
+    if (value.typeId() == QMetaType::QStringList)
+        return value.toStringList().join(QStringLiteral(", "));
+    return value.toString();
 }
 
 void warnOnce(const QString& key, const QVariant& value) {
@@ -33,17 +31,28 @@ void warnOnce(const QString& key, const QVariant& value) {
         return;
     warned.insert(key);
     std::fprintf(stderr, "Quillery: ignoring the invalid value \"%s\" of \"%s\" in %s\n",
-                 value.toString().toLocal8Bit().constData(), key.toLocal8Bit().constData(),
+                 writtenForm(value).toLocal8Bit().constData(), key.toLocal8Bit().constData(),
                  Defaults::fileName().toLocal8Bit().constData());
 }
 
+bool isDecimalText(const QString& text) {
+    static const QRegularExpression decimal(
+        QStringLiteral("^[+-]?([0-9]+\\.?[0-9]*|\\.[0-9]+)([eE][+-]?[0-9]+)?$"));
+    return decimal.match(text).hasMatch();
+}
+
 std::optional<double> parseDouble(const QVariant& value) {
-    bool ok = false;
-    const double number = value.toString().trimmed().toDouble(&ok);
     if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Int ||
         value.typeId() == QMetaType::LongLong)
         return value.toDouble();
-    if (ok)
+    if (value.typeId() == QMetaType::QStringList)
+        return std::nullopt;
+    bool ok = false;
+    const QString text = value.toString().trimmed();
+    const double number = text.toDouble(&ok);
+    // A number beyond a double's range reads as infinity (or zero), as it is:
+    // a number, just one that the program may not accept.
+    if (ok || isDecimalText(text))
         return number;
     return std::nullopt;
 }
@@ -60,6 +69,8 @@ std::optional<bool> parseBool(const QVariant& value) {
 }
 
 std::optional<qint64> parseInteger(const QVariant& value) {
+    if (value.typeId() == QMetaType::QStringList)
+        return std::nullopt;
     bool ok = false;
     const qint64 number = value.toString().trimmed().toLongLong(&ok);
     if (ok)
@@ -67,13 +78,24 @@ std::optional<qint64> parseInteger(const QVariant& value) {
     return std::nullopt;
 }
 
+bool isWholeNumberText(const QVariant& value) {
+    static const QRegularExpression whole(QStringLiteral("^[+-]?[0-9]+$"));
+    return value.typeId() != QMetaType::QStringList &&
+           whole.match(value.toString().trimmed()).hasMatch();
+}
+
 // A typed read: the stored value if it parses, else the registered one, else zero.
-template <typename T, typename Parse> std::optional<T> typedValue(const QString& key, Parse parse) {
+// quietly: a stored value for which the caller has its own, better message.
+template <typename T, typename Parse>
+std::optional<T> typedValue(const QString& key, Parse parse,
+                            bool (*quietly)(const QVariant&) = nullptr) {
     QSettings settings = openSettings();
     const QVariant stored = settings.value(key);
     if (stored.isValid()) {
         if (auto parsed = parse(stored))
             return parsed;
+        if (quietly && quietly(stored))
+            return std::nullopt;
         warnOnce(key, stored);
     }
     if (registration().contains(key))
@@ -105,13 +127,17 @@ bool Defaults::boolValue(const QString& key) {
 }
 
 std::optional<qint64> Defaults::integerValue(const QString& key) {
-    return typedValue<qint64>(key, parseInteger);
+    // A whole number too long for 64 bits is still a number: whoever reads it
+    // decides what its size means, and says so.
+    return typedValue<qint64>(key, parseInteger, isWholeNumberText);
 }
 
 std::optional<QString> Defaults::stringValue(const QString& key) {
-    if (auto value = storedOrRegistered(key))
-        return value->toString();
-    return std::nullopt;
+    return typedValue<QString>(key, [](const QVariant& value) -> std::optional<QString> {
+        if (value.typeId() == QMetaType::QStringList)
+            return std::nullopt;
+        return value.toString();
+    });
 }
 
 void Defaults::setValue(const QString& key, const QVariant& value) {

@@ -24,8 +24,10 @@ public:
     static double doubleValue(const QString& key);
     static bool boolValue(const QString& key);
     // std::nullopt when the key is absent from both the file and the registration,
-    // or its value is not a whole number.
+    // or its value is not a whole number. A whole number too long for 64 bits
+    // gives std::nullopt without a word: the caller tells what it means.
     static std::optional<qint64> integerValue(const QString& key);
+    // std::nullopt also for a list (an unquoted comma in the file): not one text.
     static std::optional<QString> stringValue(const QString& key);
 
     static void setValue(const QString& key, const QVariant& value);
