@@ -4,6 +4,7 @@
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "Renderer.h"
 #include "TestSettings.h"
 #include "XTestTools.h"
 
@@ -61,6 +62,13 @@ class OverlayMonitorsTest : public QObject {
             unplug(QStringLiteral("RIGHT"));
         return setMonitor(QStringLiteral("RIGHT"), r, QStringLiteral("none"));
     }
+    // Qt misses a monitor taken away and put back at once: one step at a time.
+    bool moveRight(QRect r) {
+        if (!unplug(QStringLiteral("RIGHT")) ||
+            !QTest::qWaitFor([] { return QGuiApplication::screens().size() == 1; }, 5000))
+            return false;
+        return setMonitor(QStringLiteral("RIGHT"), r, QStringLiteral("none"));
+    }
     static bool unplug(const QString& name) {
         return XServer::run(QStringLiteral("xrandr"), {QStringLiteral("--delmonitor"), name});
     }
@@ -86,6 +94,29 @@ class OverlayMonitorsTest : public QObject {
     static bool holdsKeyboard(const OverlayWindow* window) {
         return XServer::inputFocus() == window->winId() && window->view()->hasFocus();
     }
+    // Pixels of a root screenshot that are black or nearly so, outside the
+    // hint bars (dark by design). The desktop behind is blue and the ink red:
+    // anything black is a see-through window shown without a compositor.
+    int blackPixels() const {
+        const QImage shot = XServer::screenshot();
+        QList<QRect> hintBars;
+        if (store.isDrawing)
+            for (QScreen* screen : QGuiApplication::screens())
+                hintBars << Renderer::hudRect(QRectF(QPointF(0, 0), screen->geometry().size()),
+                                              store)
+                                .translated(screen->geometry().topLeft())
+                                .toAlignedRect()
+                                .adjusted(-3, -3, 3, 3);
+        int black = 0;
+        for (int y = 0; y < shot.height(); y += 4)
+            for (int x = 0; x < shot.width(); x += 4) {
+                const QColor c = shot.pixelColor(x, y);
+                const bool inBar = std::any_of(hintBars.begin(), hintBars.end(),
+                                               [&](const QRect& r) { return r.contains(x, y); });
+                black += !inBar && std::max({c.red(), c.green(), c.blue()}) < 40;
+            }
+        return black;
+    }
     // The largest alpha in a small square around p of the view's own picture.
     static int inkAt(OverlayView* view, QPoint p) {
         const QImage image = view->grab(QRect(p - QPoint(3, 3), QSize(7, 7))).toImage();
@@ -102,6 +133,9 @@ class OverlayMonitorsTest : public QObject {
 private Q_SLOTS:
     void initTestCase() {
         QVERIFY(setMonitor(QStringLiteral("LEFT"), left, QStringLiteral("screen")));
+        // A desktop that isn't black, so that a black screen shows.
+        QVERIFY(XServer::run(QStringLiteral("xsetroot"),
+                             {QStringLiteral("-solid"), QStringLiteral("#3060a0")}));
         settings = std::make_unique<TestSettings>();
         Defaults::registerDefaults(
             {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), false}});
@@ -228,6 +262,65 @@ private Q_SLOTS:
         QTest::qWait(50);
         QCOMPARE(controller.windows(), idleWindows);
         QVERIFY(!controller.isShown());
+    }
+
+    // Without a compositing manager the windows are cut to the ink and the
+    // one with the keyboard holds the pointer: monitors that move, go and
+    // come mid-stroke take neither the stroke nor the desktop with them.
+    void monitorsChangeMidStrokeWithoutACompositor() {
+        controller.start();
+        QVERIFY(controller.isShaped());
+        QTRY_COMPARE(windowRects(), (QList<QRect>{left, right}));
+        QTRY_COMPARE(blackPixels(), 0);
+
+        // Moved while the pen is down on the other monitor.
+        QVERIFY(XInput::press({100, 100}));
+        QVERIFY(XInput::moveTo({200, 150}));
+        QTRY_VERIFY(store.current().has_value());
+        const QRect lower{800, 100, 640, 480};
+        QVERIFY(moveRight(lower));
+        QTRY_COMPARE(windowRects(), (QList<QRect>{left, lower}));
+        QVERIFY(XInput::moveTo({300, 200}));
+        QVERIFY(XInput::release());
+        QTRY_COMPARE(store.items().size(), size_t(1));
+        QCOMPARE(store.items()[0].points.front(), QPointF(100, 100));
+        QCOMPARE(store.items()[0].points.back(), QPointF(300, 200));
+
+        // Unplugged, then plugged in again, each time with the pen down.
+        QVERIFY(XInput::press({400, 400}));
+        QTRY_VERIFY(store.current().has_value());
+        QVERIFY(unplug(QStringLiteral("RIGHT")));
+        QTRY_COMPARE(windowRects(), QList<QRect>{left});
+        QVERIFY(XInput::moveTo({500, 450}));
+        QVERIFY(XInput::release());
+        QTRY_COMPARE(store.items().size(), size_t(2));
+        QVERIFY(XInput::press({600, 300}));
+        QTRY_VERIFY(store.current().has_value());
+        QVERIFY(setMonitor(QStringLiteral("RIGHT"), right, QStringLiteral("none")));
+        QTRY_COMPARE(windowRects(), (QList<QRect>{left, right}));
+        QVERIFY(XInput::moveTo({1000, 300}));
+        QVERIFY(XInput::release());
+        QTRY_COMPARE(store.items().size(), size_t(3));
+        QCOMPARE(store.items()[2].points.back(), QPointF(1000, 300));
+
+        // The new windows are cut to the ink and take the pen everywhere.
+        QTRY_COMPARE(overlayWindowsAlive(), size_t(2));
+        QTRY_VERIFY(std::any_of(controller.windows().begin(), controller.windows().end(),
+                                [](OverlayWindow* w) { return w->holdsPointer(); }));
+        QVERIFY(XInput::drag({{1200, 400}, {1300, 420}}));
+        QTRY_COMPARE(store.items().size(), size_t(4));
+        QTRY_COMPARE(blackPixels(), 0);
+        for (OverlayWindow* window : controller.windows()) {
+            QVERIFY(window->isShaped());
+            QVERIFY(window->visibleRegion().has_value());
+        }
+
+        // Fading while the monitor moves again: still nothing black.
+        controller.stop();
+        QVERIFY(moveRight(lower));
+        QTRY_COMPARE(windowRects(), (QList<QRect>{left, lower}));
+        QTRY_COMPARE(blackPixels(), 0);
+        QCOMPARE(store.items().size(), size_t(4));
     }
 };
 
