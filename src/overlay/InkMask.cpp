@@ -7,13 +7,14 @@
 
 #include <QImage>
 #include <QPainter>
+#include <algorithm>
 #include <cmath>
 #include <functional>
 
 namespace {
 
-// How much of a pixel must be covered for it to show: half.
-constexpr int halfCovered = 128;
+// The alpha of a pixel that what is drawn covers fully.
+constexpr int opaque = 255;
 // Room around the hint bar's capsule for its antialiased edge.
 constexpr qreal hintBarMargin = 2;
 
@@ -62,12 +63,13 @@ QRegion regionOfAlpha(const QImage& image, int threshold, QPoint offset) {
 }
 
 // Paints into a clear image over area (window coordinates, device-independent)
-// and returns the device pixels whose alpha reaches threshold.
-QRegion paintedRegion(const QRectF& area, qreal ratio, int threshold,
-                      const std::function<void(QPainter&)>& paint) {
+// and returns, for each threshold, the device pixels whose alpha reaches it.
+std::vector<QRegion> paintedRegions(const QRectF& area, qreal ratio,
+                                    const std::vector<int>& thresholds,
+                                    const std::function<void(QPainter&)>& paint) {
     const QRect device = QRectF(area.topLeft() * ratio, area.size() * ratio).toAlignedRect();
     if (device.isEmpty())
-        return {};
+        return std::vector<QRegion>(thresholds.size());
     QImage image(device.size(), QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     image.setDevicePixelRatio(ratio);
@@ -76,13 +78,16 @@ QRegion paintedRegion(const QRectF& area, qreal ratio, int threshold,
         painter.translate(-QPointF(device.topLeft()) / ratio);
         paint(painter);
     }
-    return regionOfAlpha(image, threshold, device.topLeft());
+    std::vector<QRegion> regions;
+    for (const int threshold : thresholds)
+        regions.push_back(regionOfAlpha(image, threshold, device.topLeft()));
+    return regions;
 }
 
 // The alpha a highlighter reaches where it covers a pixel fully: it is drawn
-// translucent, so half of that is its "half covered".
-int highlighterHalfCovered() {
-    static const int threshold = [] {
+// translucent, and its strength is measured against that.
+int highlighterFullAlpha() {
+    static const int alpha = [] {
         QImage image(64, 64, QImage::Format_ARGB32_Premultiplied);
         image.fill(Qt::transparent);
         Item sample;
@@ -94,13 +99,16 @@ int highlighterHalfCovered() {
             QPainter painter(&image);
             Renderer::draw(painter, sample, 1.0, false);
         }
-        return std::max(1, (qAlpha(image.pixel(32, 32)) + 1) / 2);
+        return std::max(1, qAlpha(image.pixel(32, 32)));
     }();
-    return threshold;
+    return alpha;
 }
 
-int thresholdFor(Tool kind) {
-    return kind == Tool::highlighter ? highlighterHalfCovered() : halfCovered;
+// The alpha at which a pixel of an item drawn at full strength still shows at
+// half strength or more once the whole item is drawn at `strength`.
+int thresholdFor(Tool kind, double strength) {
+    const int full = kind == Tool::highlighter ? highlighterFullAlpha() : opaque;
+    return std::min(full, int(std::ceil(full * 0.5 / strength)));
 }
 
 } // namespace
@@ -109,56 +117,101 @@ InkMask::InkMask(const QRect& screen, qreal devicePixelRatio)
     : screen(screen), ratio(devicePixelRatio) {}
 
 QRegion InkMask::region(const DrawingStore& store, double now) {
-    return committedRegion(store, now) | currentRegion(store) | hintBarRegion(store);
-}
-
-QRegion InkMask::committedRegion(const DrawingStore& store, double now) {
+    followItems(store.items());
     const double delay = DrawingStore::fadeSeconds();
-    std::vector<double> alphas;
-    alphas.reserve(store.items().size());
-    for (const Item& item : store.items())
-        alphas.push_back(DrawingStore::alpha(item, now, delay));
-    if (cacheValid && alphas == cachedAlphas && store.items() == cachedItems)
-        return cachedRegion;
-
-    // The highlighter is translucent by nature and so needs its own threshold:
-    // one layer for it, one for everything else.
-    QRegion region;
-    for (const bool highlighters : {false, true}) {
-        QRectF area;
-        for (size_t i = 0; i < store.items().size(); ++i) {
-            const Item& item = store.items()[i];
-            if ((item.kind == Tool::highlighter) == highlighters && alphas[i] > 0)
-                area |= Renderer::itemBounds(item, false);
-        }
-        area = area.translated(-screen.topLeft()) & QRectF(QPointF(0, 0), screen.size());
-        region |= paintedRegion(area, ratio, highlighters ? highlighterHalfCovered() : halfCovered,
-                                [&](QPainter& painter) {
-                                    painter.translate(-QPointF(screen.topLeft()));
-                                    for (size_t i = 0; i < store.items().size(); ++i) {
-                                        const Item& item = store.items()[i];
-                                        if ((item.kind == Tool::highlighter) == highlighters)
-                                            Renderer::draw(painter, item, alphas[i], false);
-                                    }
-                                });
+    std::vector<std::pair<quint64, int>> strengths;
+    strengths.reserve(shapes.size());
+    for (const Shape& shape : shapes) {
+        const double alpha = DrawingStore::alpha(shape.item, now, delay);
+        const int strength = std::min(int(std::floor(alpha * fullStrength)), fullStrength);
+        if (strength >= weakestShown)
+            strengths.emplace_back(shape.serial, strength);
     }
-    cachedItems = store.items();
-    cachedAlphas = std::move(alphas);
-    cachedRegion = region;
-    cacheValid = true;
-    return region;
+    if (strengths != shownStrengths) {
+        committedRegion = QRegion();
+        auto shown = strengths.begin();
+        for (Shape& shape : shapes)
+            if (shown != strengths.end() && shape.serial == shown->first) {
+                committedRegion |= shapeRegion(shape, shown->second);
+                ++shown;
+            }
+        shownStrengths = std::move(strengths);
+    }
+    QRegion result = committedRegion | hintBarRegion(store);
+    if (const std::optional<Item>& current = store.current())
+        result |= currentRegion(*current);
+    return result;
 }
 
-QRegion InkMask::currentRegion(const DrawingStore& store) const {
-    const std::optional<Item>& current = store.current();
-    if (!current)
-        return {};
-    const bool editing = current->kind == Tool::text;
-    const QRectF area = Renderer::itemBounds(*current, editing).translated(-screen.topLeft()) &
+void InkMask::followItems(const std::vector<Item>& items) {
+    // Items keep their order: they are only added, taken away or faded out.
+    // Keep the shapes of those still there, and make new ones for the rest.
+    std::vector<Shape> followed;
+    followed.reserve(items.size());
+    size_t old = 0;
+    for (const Item& item : items) {
+        size_t probe = old;
+        while (probe < shapes.size() && !(shapes[probe].item == item))
+            ++probe;
+        if (probe < shapes.size()) {
+            followed.push_back(std::move(shapes[probe]));
+            old = probe + 1;
+        } else {
+            Shape shape;
+            shape.item = item;
+            shape.serial = nextSerial++;
+            followed.push_back(std::move(shape));
+        }
+    }
+    shapes = std::move(followed);
+}
+
+const QRegion& InkMask::shapeRegion(Shape& shape, int strength) {
+    if (!shape.regions.front()) {
+        // One drawing at full strength gives the region at every strength.
+        std::vector<int> thresholds;
+        for (int s = weakestShown; s <= fullStrength; ++s)
+            thresholds.push_back(thresholdFor(shape.item.kind, double(s) / fullStrength));
+        std::vector<QRegion> regions = itemRegions(shape.item, false, thresholds);
+        for (size_t i = 0; i < regions.size(); ++i)
+            shape.regions[i] = std::move(regions[i]);
+    }
+    return *shape.regions[size_t(strength - weakestShown)];
+}
+
+QRegion InkMask::currentRegion(const Item& current) {
+    const bool grewAtItsEnd =
+        isFreehandTool(current.kind) && !drawnPart.points.empty() &&
+        drawnPart.kind == current.kind && drawnPart.color == current.color &&
+        drawnPart.width == current.width && current.points.size() >= drawnPart.points.size() &&
+        std::equal(drawnPart.points.begin(), drawnPart.points.end(), current.points.begin());
+    const std::vector<int> halfStrength{thresholdFor(current.kind, 1.0)};
+    if (!grewAtItsEnd) {
+        drawnPart = current;
+        drawnPartRegion = itemRegions(current, current.kind == Tool::text, halfStrength).front();
+        if (!isFreehandTool(current.kind))
+            drawnPart.points.clear();
+        return drawnPartRegion;
+    }
+    if (current.points.size() > drawnPart.points.size()) {
+        // The new part, from the last point already drawn: its round cap
+        // there is the round join the whole stroke has.
+        Item tail = current;
+        tail.points.assign(current.points.begin() + qsizetype(drawnPart.points.size()) - 1,
+                           current.points.end());
+        drawnPartRegion |= itemRegions(tail, false, halfStrength).front();
+        drawnPart.points = current.points;
+    }
+    return drawnPartRegion;
+}
+
+std::vector<QRegion> InkMask::itemRegions(const Item& item, bool editing,
+                                          const std::vector<int>& thresholds) const {
+    const QRectF area = Renderer::itemBounds(item, editing).translated(-screen.topLeft()) &
                         QRectF(QPointF(0, 0), screen.size());
-    return paintedRegion(area, ratio, thresholdFor(current->kind), [&](QPainter& painter) {
+    return paintedRegions(area, ratio, thresholds, [&](QPainter& painter) {
         painter.translate(-QPointF(screen.topLeft()));
-        Renderer::draw(painter, *current, 1.0, editing);
+        Renderer::draw(painter, item, 1.0, editing);
     });
 }
 
@@ -169,6 +222,7 @@ QRegion InkMask::hintBarRegion(const DrawingStore& store) const {
     const QRectF bar = Renderer::hudRect(bounds, store)
                            .adjusted(-hintBarMargin, -hintBarMargin, hintBarMargin, hintBarMargin) &
                        bounds;
-    return paintedRegion(bar, ratio, halfCovered,
-                         [&](QPainter& painter) { Renderer::drawHUD(painter, bounds, store); });
+    return paintedRegions(bar, ratio, {(opaque + 1) / 2},
+                          [&](QPainter& painter) { Renderer::drawHUD(painter, bounds, store); })
+        .front();
 }

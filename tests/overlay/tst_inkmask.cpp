@@ -124,6 +124,12 @@ private Q_SLOTS:
         QVERIFY(mask.region(*store, t0).contains(QPoint(550, 400)));
         store->update({700, 400});
         QVERIFY(mask.region(*store, t0).contains(QPoint(650, 400)));
+        QVERIFY(mask.region(*store, t0).contains(QPoint(550, 400)));
+        // A new stroke where the last one began is a stroke of its own.
+        store->begin({500, 400});
+        store->update({500, 500});
+        QVERIFY(!mask.region(*store, t0).contains(QPoint(650, 400)));
+        QVERIFY(mask.region(*store, t0).contains(QPoint(500, 450)));
         store->clear();
         QVERIFY(mask.region(*store, t0).isEmpty());
     }
