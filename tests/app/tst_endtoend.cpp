@@ -1,10 +1,10 @@
-#include "ProgramWindows.h"
+#include "XTestSupport.h"
 
-#include <QDir>
 #include <QElapsedTimer>
-#include <QProcess>
 #include <QSettings>
 #include <QtTest>
+
+using namespace XDesktop;
 
 // The real program, started as a user would on a desktop with a window manager,
 // a compositor and a panel with a tray, and used through real keys and mouse.
@@ -15,20 +15,23 @@ class EndToEndTest : public QObject {
     QElapsedTimer sinceLastStroke;
 
     static QString binary() { return qEnvironmentVariable("QUILLERY_BINARY"); }
-    static QString settingsFile() {
-        return qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Quillery/Quillery.conf");
-    }
     static QString setting(const QString& key) {
-        return QSettings(settingsFile(), QSettings::IniFormat).value(key).toString();
+        const QString file = qEnvironmentVariable("XDG_CONFIG_HOME") + "/Quillery/Quillery.conf";
+        return QSettings(file, QSettings::IniFormat).value(key).toString();
     }
-
-    static int inkPixels(bool (*colour)(QColor)) {
-        return XDesktop::countPixels(XDesktop::screenshot(), colour, QRect(0, 0, 1920, 1040));
-    }
-
+    // The screen above the panel.
+    static int ink(bool (*colour)(QColor)) { return countPixels(colour, QRect(0, 0, 1920, 1040)); }
     void drawStroke(int y) {
-        QVERIFY(XDesktop::drag({{400, y}, {500, y + 40}, {650, y + 80}, {800, y + 100}}));
+        QVERIFY(drag({{400, y}, {500, y + 40}, {650, y + 80}, {800, y + 100}}));
         sinceLastStroke.restart();
+    }
+    // Opens the tray menu with a right click on the icon, then types the keys.
+    static bool inTrayMenu(const QString& keys) {
+        const QPoint icon = trayIcon().center();
+        return xdotool(QStringLiteral("mousemove %1 %2 click 3 sleep 0.4 key %3")
+                           .arg(icon.x())
+                           .arg(icon.y())
+                           .arg(keys));
     }
 
 private Q_SLOTS:
@@ -36,130 +39,93 @@ private Q_SLOTS:
         QProcess headless;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-            environment.remove(QString::fromLatin1(name));
+            environment.remove(name);
         headless.setProcessEnvironment(environment);
         headless.start(binary(), {});
         QVERIFY(headless.waitForFinished(10000));
-        QCOMPARE(headless.exitStatus(), QProcess::NormalExit);
         QCOMPARE(headless.exitCode(), 1);
-        QCOMPARE(
-            headless.readAllStandardError(),
-            QByteArray("Quillery needs a graphical desktop (X11) to run: no DISPLAY is set.\n"));
+        QCOMPARE(headless.readAllStandardError(),
+                 "Quillery needs a graphical desktop (X11) to run: no DISPLAY is set.\n");
     }
 
     void firstLaunchShowsTheWelcomeWindow() {
-        QVERIFY(XDesktop::waitForWindowManager());
-        QDir().mkpath(QFileInfo(settingsFile()).path());
-        QFile file(settingsFile());
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        // Shorter than any menu choice, to keep the test quick.
-        file.write("[General]\nfadeSeconds=1\n");
-        file.close();
-
+        QSettings(qEnvironmentVariable("XDG_CONFIG_HOME") + "/Quillery/Quillery.conf",
+                  QSettings::IniFormat)
+            .setValue("fadeSeconds", 1); // shorter than any menu choice, to keep the test quick
         quillery.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         quillery.start(binary(), {});
-        QVERIFY(quillery.waitForStarted());
-        QTRY_COMPARE_WITH_TIMEOUT(
-            XDesktop::windowsNamed(QStringLiteral("^Welcome to Quillery$")).size(), 1, 10000);
-        QCOMPARE(setting(QStringLiteral("didShowWelcome")), QStringLiteral("true"));
-
-        const QString welcome =
-            XDesktop::windowsNamed(QStringLiteral("^Welcome to Quillery$")).first();
-        QVERIFY(XDesktop::xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"),
-                                   welcome, QStringLiteral("key"), QStringLiteral("Return")}));
-        QTRY_VERIFY(!ProgramWindows::isShown(welcome));
-        QTRY_VERIFY_WITH_TIMEOUT(!ProgramWindows::trayIcon().isNull(), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(windowsNamed("^Welcome to Quillery$").size(), 1, 10000);
+        QCOMPARE(setting("didShowWelcome"), QStringLiteral("true"));
+        QVERIFY(xdotool("windowactivate --sync " + windowsNamed("^Welcome to Quillery$").first() +
+                        " key Return"));
+        QTRY_VERIFY(windowsNamed("^Welcome to Quillery$").isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(!trayIcon().isNull(), 10000);
     }
 
     void shortcutStartsDrawingAndKeysChooseTheColour() {
-        QCOMPARE(inkPixels(XDesktop::isRed), 0);
-        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+d")}));
-        QTRY_VERIFY(ProgramWindows::overlayIsUp());
+        QCOMPARE(ink(isRed), 0);
+        QVERIFY(xdotool("key ctrl+alt+d"));
+        QTRY_VERIFY(overlayIsUp());
         drawStroke(300);
-        QTRY_VERIFY(inkPixels(XDesktop::isRed) > 200);
-
-        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("2")}));
+        QTRY_VERIFY(ink(isRed) > 200);
+        QVERIFY(xdotool("key 2"));
         drawStroke(600);
-        QTRY_VERIFY(inkPixels(XDesktop::isYellow) > 200);
+        QTRY_VERIFY(ink(isYellow) > 200);
     }
 
     void escapeStopsAndTheInkFadesAway() {
-        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("Escape")}));
+        QVERIFY(xdotool("key Escape"));
         // fadeSeconds (1) and the fade itself (0.8 s), with a little slack for painting.
         QTest::qWait(qMax<qint64>(0, 2100 - sinceLastStroke.elapsed()));
-        QCOMPARE(inkPixels(XDesktop::isRed), 0);
-        QCOMPARE(inkPixels(XDesktop::isYellow), 0);
-        QTRY_VERIFY(!ProgramWindows::overlayIsUp());
+        QCOMPARE(ink(isRed) + ink(isYellow), 0);
+        QTRY_VERIFY(!overlayIsUp());
         QCOMPARE(quillery.state(), QProcess::Running);
     }
 
     void trayMenuChoosesTheFadeDelayAndStartsDrawing() {
-        const QRect icon = ProgramWindows::trayIcon();
-        const QStringList openMenu{QStringLiteral("mousemove"),
-                                   QString::number(icon.center().x()),
-                                   QString::number(icon.center().y()),
-                                   QStringLiteral("click"),
-                                   QStringLiteral("3"),
-                                   QStringLiteral("sleep"),
-                                   QStringLiteral("0.4")};
-        // Third item, "Fade after"; its second choice, "2 seconds".
-        QVERIFY(XDesktop::xdotool(openMenu +
-                                  QStringList{QStringLiteral("key"), QStringLiteral("Down"),
-                                              QStringLiteral("Down"), QStringLiteral("Down"),
-                                              QStringLiteral("Right"), QStringLiteral("sleep"),
-                                              QStringLiteral("0.2"), QStringLiteral("key"),
-                                              QStringLiteral("Down"), QStringLiteral("Return")}));
-        QTRY_COMPARE(setting(QStringLiteral("fadeSeconds")), QStringLiteral("2"));
-
-        QVERIFY(!ProgramWindows::overlayIsUp());
-        QVERIFY(
-            XDesktop::xdotool(openMenu + QStringList{QStringLiteral("key"), QStringLiteral("Down"),
-                                                     QStringLiteral("Return")}));
-        QTRY_VERIFY(ProgramWindows::overlayIsUp());
-        // The colour chosen earlier is still in use.
+        // "Fade after", the third item; its second choice, "2 seconds".
+        QVERIFY(inTrayMenu("Down Down Down Right sleep 0.2 key Down Return"));
+        QTRY_COMPARE(setting("fadeSeconds"), QStringLiteral("2"));
+        QVERIFY(!overlayIsUp());
+        QVERIFY(inTrayMenu("Down Return")); // "Start Drawing"
+        QTRY_VERIFY(overlayIsUp());
         drawStroke(450);
-        QTRY_VERIFY(inkPixels(XDesktop::isYellow) > 200);
-        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+d")}));
-        QTRY_VERIFY_WITH_TIMEOUT(!ProgramWindows::overlayIsUp(), 6000);
-        QCOMPARE(inkPixels(XDesktop::isYellow), 0);
+        QTRY_VERIFY(ink(isYellow) > 200); // the colour chosen earlier
+        QVERIFY(xdotool("key ctrl+alt+d"));
+        QTRY_VERIFY_WITH_TIMEOUT(!overlayIsUp(), 6000);
+        QCOMPARE(ink(isYellow), 0);
     }
 
     void leftClickOpensTheMenuAndQuitEndsTheProgram() {
-        const QRect icon = ProgramWindows::trayIcon();
-        auto menuIsOpen = [&] {
-            for (const auto& window : ProgramWindows::visible())
-                if (window.second != icon && window.second.height() > 100 &&
-                    window.second.height() < 1080)
+        const QRect icon = trayIcon();
+        const auto menuIsOpen = [&] {
+            for (const QRect& window : programWindows())
+                if (window != icon && window.height() > 100 && window.height() < 1080)
                     return true;
             return false;
         };
         QVERIFY(!menuIsOpen());
-        QVERIFY(XDesktop::xdotool({QStringLiteral("mousemove"), QString::number(icon.center().x()),
-                                   QString::number(icon.center().y()), QStringLiteral("click"),
-                                   QStringLiteral("1")}));
+        QVERIFY(xdotool(QStringLiteral("mousemove %1 %2 click 1")
+                            .arg(icon.center().x())
+                            .arg(icon.center().y())));
         QTRY_VERIFY(menuIsOpen());
+        QVERIFY(xdotool("key Escape"));
+        QTRY_VERIFY(!menuIsOpen());
 
         // With ink still fading on the click-through overlay, so that quitting
         // also takes the overlay down.
-        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("Escape")}));
-        QTRY_VERIFY(!menuIsOpen());
-        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+d")}));
-        QTRY_VERIFY(ProgramWindows::overlayIsUp());
+        QVERIFY(xdotool("key ctrl+alt+d"));
+        QTRY_VERIFY(overlayIsUp());
         drawStroke(500);
-        QVERIFY(XDesktop::xdotool({QStringLiteral("key"), QStringLiteral("Escape")}));
-        QTRY_VERIFY(inkPixels(XDesktop::isYellow) > 200);
-        QVERIFY(ProgramWindows::overlayIsUp());
-        // The last item, "Quit Quillery".
-        QVERIFY(XDesktop::xdotool({QStringLiteral("mousemove"), QString::number(icon.center().x()),
-                                   QString::number(icon.center().y()), QStringLiteral("click"),
-                                   QStringLiteral("3"), QStringLiteral("sleep"),
-                                   QStringLiteral("0.4"), QStringLiteral("key"),
-                                   QStringLiteral("Up"), QStringLiteral("Return")}));
+        QVERIFY(xdotool("key Escape"));
+        QTRY_VERIFY(ink(isYellow) > 200);
+        QVERIFY(overlayIsUp());
+        QVERIFY(inTrayMenu("Up Return")); // "Quit Quillery", the last item
         QVERIFY(quillery.waitForFinished(10000));
         QCOMPARE(quillery.exitStatus(), QProcess::NormalExit);
         QCOMPARE(quillery.exitCode(), 0);
-        QTRY_VERIFY(!ProgramWindows::overlayIsUp());
-        QCOMPARE(inkPixels(XDesktop::isYellow), 0);
+        QTRY_VERIFY(!overlayIsUp());
+        QCOMPARE(ink(isYellow), 0);
     }
 
     void cleanupTestCase() {

@@ -1,7 +1,7 @@
-#include <QDir>
+#include "XTestSupport.h"
+
 #include <QFile>
 #include <QLocalSocket>
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QtTest>
 #include <cstring>
@@ -30,30 +30,21 @@ class RemoteControlTest : public QObject {
     static Run quillery(const QStringList& arguments) {
         QProcess process;
         process.start(binary(), arguments);
-        if (!process.waitForFinished(15000)) {
+        if (!process.waitForFinished(15000))
             process.kill();
-            process.waitForFinished();
-            return {-1, {}, QStringLiteral("timed out")};
-        }
         return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2,
                 QString::fromLocal8Bit(process.readAllStandardOutput()),
                 QString::fromLocal8Bit(process.readAllStandardError())};
     }
 
     static QString statusValue(const QString& key) {
-        const Run run = quillery({QStringLiteral("--status")});
-        for (const QString& line : run.out.split(QLatin1Char('\n'))) {
-            if (line.startsWith(key + QStringLiteral(": ")))
+        const Run run = quillery({"--status"});
+        for (const QString& line : run.out.split(u'\n'))
+            if (line.startsWith(key + ": "))
                 return line.mid(key.size() + 2);
-        }
         return QStringLiteral("<no %1 in \"%2\" / \"%3\">").arg(key, run.out, run.err);
     }
 
-    static void xdotool(const QStringList& arguments) {
-        QCOMPARE(QProcess::execute(QStringLiteral("xdotool"), arguments), 0);
-    }
-
-    // A client that sends the bytes and reports whether the program kept running.
     static void sendRaw(const QByteArray& bytes) {
         QLocalSocket socket;
         socket.connectToServer(socketPath());
@@ -68,106 +59,87 @@ class RemoteControlTest : public QObject {
 
 private Q_SLOTS:
     void initTestCase() {
-        QVERIFY2(QFile::exists(binary()), qPrintable(binary()));
         instance.setProcessChannelMode(QProcess::ForwardedChannels);
         instance.start(binary(), {});
-        QVERIFY(instance.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(quillery({QStringLiteral("--status")}).exitCode == 0, 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(quillery({"--status"}).exitCode == 0, 15000);
     }
 
     void cleanupTestCase() {
-        if (instance.state() != QProcess::NotRunning) {
-            instance.kill();
-            instance.waitForFinished();
-        }
+        instance.kill();
+        instance.waitForFinished();
     }
 
     void answersWithoutAnInstanceAreImmediate() {
-        const Run help = quillery({QStringLiteral("--help")});
-        QCOMPARE(help.exitCode, 0);
-        QVERIFY(help.out.contains(QStringLiteral("--toggle")));
-        const Run version = quillery({QStringLiteral("--version")});
-        QCOMPARE(version.exitCode, 0);
-        QVERIFY(version.out.startsWith(QStringLiteral("quillery ")));
-        const Run wrong = quillery({QStringLiteral("--paint")});
-        QCOMPARE(wrong.exitCode, 2);
-        QVERIFY(wrong.err.contains(QStringLiteral("paint")));
-        QCOMPARE(quillery({QStringLiteral("--color"), QStringLiteral("7")}).exitCode, 2);
-        QCOMPARE(quillery({QStringLiteral("--tool"), QStringLiteral("brush")}).exitCode, 2);
-        QCOMPARE(quillery({QStringLiteral("--undo"), QStringLiteral("--clear")}).exitCode, 2);
+        const Run help = quillery({"--help"});
+        QVERIFY(help.exitCode == 0 && help.out.contains("--toggle"));
+        const Run version = quillery({"--version"});
+        QVERIFY(version.exitCode == 0 && version.out.startsWith("quillery "));
+        const Run wrong = quillery({"--paint"});
+        QVERIFY(wrong.exitCode == 2 && wrong.err.contains("paint"));
+        for (const QStringList& bad :
+             {QStringList{"--color", "7"}, {"--tool", "brush"}, {"--undo", "--clear"}})
+            QCOMPARE(quillery(bad).exitCode, 2);
     }
 
     void drawingThroughCommands() {
-        QCOMPARE(statusValue(QStringLiteral("drawing")), QStringLiteral("off"));
-        QCOMPARE(quillery({QStringLiteral("--start")}).exitCode, 0);
-        QCOMPARE(statusValue(QStringLiteral("drawing")), QStringLiteral("on"));
-
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("300"), QStringLiteral("300")});
-        xdotool({QStringLiteral("mousedown"), QStringLiteral("1")});
-        for (int x = 310; x <= 400; x += 15)
-            xdotool({QStringLiteral("mousemove"), QString::number(x), QStringLiteral("320")});
-        xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
-        QTRY_COMPARE(statusValue(QStringLiteral("items")), QStringLiteral("1"));
-
-        QCOMPARE(quillery({QStringLiteral("--undo")}).exitCode, 0);
-        QCOMPARE(statusValue(QStringLiteral("items")), QStringLiteral("0"));
-
-        QCOMPARE(quillery({QStringLiteral("--tool"), QStringLiteral("arrow")}).exitCode, 0);
-        QCOMPARE(quillery({QStringLiteral("--color"), QStringLiteral("2")}).exitCode, 0);
-        QCOMPARE(statusValue(QStringLiteral("tool")), QStringLiteral("arrow"));
-        QCOMPARE(statusValue(QStringLiteral("color")), QStringLiteral("Yellow"));
-        QCOMPARE(statusValue(QStringLiteral("width")), QStringLiteral("4"));
-
-        QCOMPARE(quillery({QStringLiteral("--toggle")}).exitCode, 0);
-        QCOMPARE(statusValue(QStringLiteral("drawing")), QStringLiteral("off"));
-        QCOMPARE(quillery({QStringLiteral("--toggle")}).exitCode, 0);
-        QCOMPARE(statusValue(QStringLiteral("drawing")), QStringLiteral("on"));
-        QCOMPARE(quillery({QStringLiteral("--stop")}).exitCode, 0);
-        QCOMPARE(statusValue(QStringLiteral("drawing")), QStringLiteral("off"));
+        const auto command = [](const QStringList& arguments) {
+            return quillery(arguments).exitCode;
+        };
+        QCOMPARE(statusValue("drawing"), QStringLiteral("off"));
+        QCOMPARE(command({"--start"}), 0);
+        QCOMPARE(statusValue("drawing"), QStringLiteral("on"));
+        QVERIFY(XDesktop::drag({{300, 300}, {330, 320}, {360, 320}, {400, 320}}));
+        QTRY_COMPARE(statusValue("items"), QStringLiteral("1"));
+        QCOMPARE(command({"--undo"}), 0);
+        QCOMPARE(statusValue("items"), QStringLiteral("0"));
+        QCOMPARE(command({"--tool", "arrow"}) + command({"--color", "2"}), 0);
+        QCOMPARE(statusValue("tool"), QStringLiteral("arrow"));
+        QCOMPARE(statusValue("color"), QStringLiteral("Yellow"));
+        QCOMPARE(statusValue("width"), QStringLiteral("4"));
+        QCOMPARE(command({"--toggle"}), 0);
+        QCOMPARE(statusValue("drawing"), QStringLiteral("off"));
+        QCOMPARE(command({"--toggle"}), 0);
+        QCOMPARE(statusValue("drawing"), QStringLiteral("on"));
+        QCOMPARE(command({"--stop"}), 0);
+        QCOMPARE(statusValue("drawing"), QStringLiteral("off"));
     }
 
     void secondStartDoesNotRunTwice() {
-        const Run second = quillery({});
-        QCOMPARE(second.exitCode, 0);
+        QCOMPARE(quillery({}).exitCode, 0);
         QCOMPARE(instance.state(), QProcess::Running);
-        QCOMPARE(statusValue(QStringLiteral("drawing")), QStringLiteral("off"));
+        QCOMPARE(statusValue("drawing"), QStringLiteral("off"));
     }
 
     void hostileClientsLeaveItRunning() {
         QByteArray garbage(4096, '\0');
         for (char& byte : garbage)
             byte = char(QRandomGenerator::global()->bounded(256));
-        sendRaw(garbage);
-        sendRaw(QByteArray(10 * 1024 * 1024, 'x'));
-        sendRaw("\xff\xfe\n");
-        {
-            // Connects and says nothing: dropped after the timeout, others still served.
-            QLocalSocket silent;
-            silent.connectToServer(socketPath());
-            QVERIFY(silent.waitForConnected(2000));
-            QCOMPARE(quillery({QStringLiteral("--status")}).exitCode, 0);
-            QVERIFY(silent.waitForDisconnected(5000));
-        }
+        for (const QByteArray& bytes :
+             {garbage, QByteArray(10 * 1024 * 1024, 'x'), QByteArray("\xff\xfe\n")})
+            sendRaw(bytes);
+        QLocalSocket silent; // says nothing: dropped after a while, others still served
+        silent.connectToServer(socketPath());
+        QVERIFY(silent.waitForConnected(2000));
+        QCOMPARE(quillery({"--status"}).exitCode, 0);
+        QVERIFY(silent.waitForDisconnected(5000));
         QCOMPARE(instance.state(), QProcess::Running);
-        QCOMPARE(statusValue(QStringLiteral("drawing")), QStringLiteral("off"));
     }
 
     void otherUsersAreRefused() {
-        const QString directory = QFileInfo(socketPath()).path();
-        // A control directory others can enter is not trusted by the client.
-        QVERIFY(::chmod(QFile::encodeName(directory).constData(), 0755) == 0);
-        const Run loose = quillery({QStringLiteral("--status")});
-        QCOMPARE(loose.exitCode, 1);
-        QVERIFY2(loose.err.contains(QStringLiteral("0755")), qPrintable(loose.err));
-
+        const auto setMode = [](const QString& path, mode_t mode) {
+            return ::chmod(QFile::encodeName(path).constData(), mode) == 0;
+        };
+        // A control folder that others can enter is not trusted by the client.
+        const QString folder = QFileInfo(socketPath()).path();
+        QVERIFY(setMode(folder, 0755));
+        const Run loose = quillery({"--status"});
+        QVERIFY2(loose.exitCode == 1 && loose.err.contains("0755"), qPrintable(loose.err));
         if (::getuid() == 0) {
-            // Let another user reach the socket file itself: the server still
-            // refuses a peer whose user id is not its own.
-            QVERIFY(::chmod(QFile::encodeName(socketPath()).constData(), 0777) == 0);
-            // The private runtime folders of this test run must let the other user through.
+            // The socket reachable by another user: the server refuses a peer
+            // whose user id is not its own.
             const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-            for (const QString& folder : {runtime, QFileInfo(runtime).path()})
-                QVERIFY(::chmod(QFile::encodeName(folder).constData(), 0711) == 0);
+            QVERIFY(setMode(socketPath(), 0777) && setMode(runtime, 0711) &&
+                    setMode(QFileInfo(runtime).path(), 0711));
             const QByteArray path = QFile::encodeName(socketPath());
             const pid_t child = ::fork();
             if (child == 0) {
@@ -180,8 +152,7 @@ private Q_SLOTS:
                 std::strncpy(address.sun_path, path.constData(), sizeof address.sun_path - 1);
                 if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
                     ::_exit(4);
-                const char request[] = "status\n";
-                if (::write(fd, request, sizeof request - 1) < 0)
+                if (::write(fd, "status\n", 7) < 0)
                     ::_exit(0); // already cut off
                 pollfd poller{fd, POLLIN, 0};
                 ::poll(&poller, 1, 3000);
@@ -192,21 +163,19 @@ private Q_SLOTS:
             QCOMPARE(::waitpid(child, &status, 0), child);
             QVERIFY(WIFEXITED(status));
             QCOMPARE(WEXITSTATUS(status), 0);
-            QVERIFY(::chmod(QFile::encodeName(socketPath()).constData(), 0700) == 0);
-            for (const QString& folder : {runtime, QFileInfo(runtime).path()})
-                QVERIFY(::chmod(QFile::encodeName(folder).constData(), 0700) == 0);
+            QVERIFY(setMode(socketPath(), 0700) && setMode(runtime, 0700) &&
+                    setMode(QFileInfo(runtime).path(), 0700));
         }
-        QVERIFY(::chmod(QFile::encodeName(directory).constData(), 0700) == 0);
-        QCOMPARE(quillery({QStringLiteral("--status")}).exitCode, 0);
+        QVERIFY(setMode(folder, 0700));
+        QCOMPARE(quillery({"--status"}).exitCode, 0);
     }
 
     void quitEndsTheInstance() {
-        QCOMPARE(quillery({QStringLiteral("--quit")}).exitCode, 0);
+        QCOMPARE(quillery({"--quit"}).exitCode, 0);
         QVERIFY(instance.waitForFinished(10000));
         QCOMPARE(instance.exitCode(), 0);
-        const Run none = quillery({QStringLiteral("--status")});
-        QCOMPARE(none.exitCode, 1);
-        QVERIFY(none.err.contains(QStringLiteral("not running")));
+        const Run none = quillery({"--status"});
+        QVERIFY(none.exitCode == 1 && none.err.contains("not running"));
     }
 };
 
