@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <ranges>
 
 namespace {
 
@@ -62,6 +63,56 @@ void drawFreehand(QPainter& painter, const std::vector<QPointF>& points) {
         return;
     }
     painter.drawPolyline(points.data(), int(points.size()));
+}
+
+// The box around a segment that its stroke can reach.
+bool segmentReaches(const QPointF& a, const QPointF& b, qreal reach, const QRectF& area) {
+    return std::max(a.x(), b.x()) + reach >= area.left() &&
+           std::min(a.x(), b.x()) - reach <= area.right() &&
+           std::max(a.y(), b.y()) + reach >= area.top() &&
+           std::min(a.y(), b.y()) - reach <= area.bottom();
+}
+
+// The segments that can reach `area`, as runs of consecutive points. Each run
+// ends at a point whose next segment stays away from the area, so its round
+// cap falls outside the area just like the round join it replaces; inside the
+// area the outline of the runs covers exactly what the whole stroke covers.
+// Empty when no segment reaches it; nullopt when every segment does.
+std::optional<QPainterPath> segmentsReaching(const std::vector<QPointF>& points, qreal lineWidth,
+                                             const QRectF& area) {
+    // One more pixel than the bounds use, so that rounding never decides.
+    const qreal reach = std::max(lineWidth, qreal(0)) * 0.5 + antialiasMargin + 1.0;
+    QPainterPath path;
+    bool inRun = false;
+    bool skipped = false;
+    for (size_t i = 1; i < points.size(); ++i) {
+        if (!segmentReaches(points[i - 1], points[i], reach, area)) {
+            inRun = false;
+            skipped = true;
+            continue;
+        }
+        if (!inRun)
+            path.moveTo(points[i - 1]);
+        path.lineTo(points[i]);
+        inRun = true;
+    }
+    if (!skipped)
+        return std::nullopt;
+    return path;
+}
+
+// A freehand stroke as far as it shows within `area`.
+void drawFreehandWithin(QPainter& painter, const std::vector<QPointF>& points, qreal lineWidth,
+                        const QRectF& area) {
+    if (points.size() < 3 || allPointsCoincide(points)) {
+        drawFreehand(painter, points);
+        return;
+    }
+    const auto part = segmentsReaching(points, lineWidth, area);
+    if (!part)
+        drawFreehand(painter, points);
+    else if (!part->isEmpty())
+        painter.drawPath(*part);
 }
 
 QRectF spannedRect(const QPointF& a, const QPointF& b) {
@@ -138,6 +189,49 @@ void draw(QPainter& painter, const Item& item, qreal alpha, bool editing) {
         }
         return;
     }
+}
+
+void drawWithin(QPainter& painter, const Item& item, qreal alpha, bool editing,
+                const QRectF& area) {
+    alpha = clampedAlpha(alpha);
+    if (alpha == 0)
+        return;
+    switch (item.kind) {
+    case Tool::highlighter: {
+        const qreal width = item.width * highlighterWidthFactor;
+        useStroke(painter, withAlpha(item.color, alpha * highlighterAlphaFactor), width);
+        drawFreehandWithin(painter, item.points, width, area);
+        return;
+    }
+    case Tool::pen:
+        useStroke(painter, withAlpha(item.color, alpha), item.width);
+        drawFreehandWithin(painter, item.points, item.width, area);
+        return;
+    case Tool::text:
+    case Tool::arrow:
+    case Tool::ellipse:
+    case Tool::rect:
+        draw(painter, item, alpha, editing);
+        return;
+    }
+}
+
+QColor strokeColor(const Item& item, qreal alpha) {
+    alpha = clampedAlpha(alpha);
+    if (item.kind == Tool::highlighter)
+        alpha *= highlighterAlphaFactor;
+    return withAlpha(item.color, alpha);
+}
+
+void drawOutline(QPainter& painter, const Item& item) {
+    Item white = item;
+    white.color = Qt::white;
+    if (item.kind == Tool::highlighter) {
+        // The same polyline, as wide, at full strength.
+        white.kind = Tool::pen;
+        white.width = item.width * highlighterWidthFactor;
+    }
+    draw(painter, white, 1.0, false);
 }
 
 void drawText(QPainter& painter, const Item& item, qreal alpha, bool editing) {
@@ -224,6 +318,17 @@ std::optional<QPainterPath> shapePath(const Item& item) {
         return std::nullopt;
     }
     return std::nullopt;
+}
+
+QRectF tailBounds(const Item& item, size_t from) {
+    const bool freehand = item.kind == Tool::pen || item.kind == Tool::highlighter;
+    if (!freehand || from == 0 || from > item.points.size())
+        return itemBounds(item, false);
+    const qreal width =
+        item.kind == Tool::highlighter ? item.width * highlighterWidthFactor : item.width;
+    const auto tail =
+        std::ranges::subrange(item.points.begin() + qsizetype(from - 1), item.points.end());
+    return grown(boundsOf(tail), width);
 }
 
 QRectF itemBounds(const Item& item, bool editing) {
