@@ -1,6 +1,7 @@
 #include "OverlayView.h"
 
 #include "Clock.h"
+#include "Defaults.h"
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
 #include "NotificationCenter.h"
@@ -11,6 +12,8 @@
 #include <QKeyEvent>
 #include <QPainter>
 #include <QRegularExpression>
+#include <chrono>
+#include <cstdio>
 #include <optional>
 
 namespace {
@@ -55,12 +58,15 @@ bool isCommandHeld(const QKeyEvent& event) {
     return event.modifiers().testFlag(Qt::ControlModifier);
 }
 
+// A stale area in this many pieces is handled as one rect around them.
+constexpr int mostStalePieces = 4096;
+
 } // namespace
 
 OverlayView::OverlayView(DrawingStore& store, QWidget* parent) : QWidget(parent), store(store) {
     setFocusPolicy(Qt::StrongFocus);
     NotificationCenter::defaultCenter().addObserver(drawingStoreChanged, this,
-                                                    [this] { update(); });
+                                                    [this] { storeChanged(); });
     updateCursor();
 }
 
@@ -71,39 +77,124 @@ void OverlayView::updateCursor() {
         unsetCursor();
 }
 
+// ---- what to repaint
+
+DamageTracker::Frame OverlayView::frameNow() const {
+    DamageTracker::Frame frame;
+    frame.now = Clock::now();
+    // Settings are read afresh, but only when they can matter.
+    if (!store.items().empty())
+        frame.fadeDelay = DrawingStore::fadeSeconds();
+    frame.hudVisible = store.isDrawing && Defaults::boolValue(QStringLiteral("hudVisible"));
+    return frame;
+}
+
+QRect OverlayView::geometryOnDesktop() const {
+    return QRect(mapToGlobal(QPoint(0, 0)), size());
+}
+
+void OverlayView::storeChanged() {
+    markStale(damage.update(store, geometryOnDesktop(), frameNow()));
+}
+
+void OverlayView::markStale(const QRegion& region) {
+    if (region.isEmpty())
+        return;
+    stale += region;
+    if (stale.rectCount() > mostStalePieces)
+        stale = stale.boundingRect();
+    update(region);
+}
+
 // ---- painting
 
-void OverlayView::paintEvent(QPaintEvent*) {
+void OverlayView::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
-    paintVeil(painter);
-    paintItems(painter);
-    paintHintBar(painter);
+    paint(painter, event->region());
+    reportFirstPaint();
 }
 
-void OverlayView::paintVeil(QPainter& painter) const {
+void OverlayView::paint(QPainter& painter, const QRegion& region) {
+    const bool everything = (QRegion(rect()) - region).isEmpty();
+    // A partial repaint must match the pixels around it, which show the drawing
+    // as of the last announced change: same moment, same settings.
+    const DamageTracker::Frame frame =
+        everything || !damage.knowsAnything() ? frameNow() : damage.frame();
+    const QRegion changed = damage.update(store, geometryOnDesktop(), frame);
+    stale -= region;
+    if (everything)
+        stale = QRegion();
+    else
+        markStale(changed - region);
+
+    const QPoint origin = geometryOnDesktop().topLeft();
+    const qreal dpr = painter.device()->devicePixelRatio();
+    const std::span<const Item> items = store.items();
+    const size_t steady = damage.firstSteady();
+    layer.update(items.subspan(steady), damage.items().subspan(steady), origin, size(), dpr);
+    fading.keepOnly(damage.items().first(steady));
+
+    painter.save();
+    painter.setClipRegion(region, Qt::IntersectClip);
+    paintVeil(painter, region);
+    painter.translate(-QPointF(origin));
+    paintFading(painter, region, origin, dpr);
+    painter.translate(QPointF(origin));
+    layer.paint(painter, region.boundingRect());
+    painter.translate(-QPointF(origin));
+    paintCurrent(painter, region, origin);
+    painter.translate(QPointF(origin));
+    paintHintBar(painter, region);
+    painter.restore();
+}
+
+void OverlayView::paintVeil(QPainter& painter, const QRegion& region) const {
     // Replaces what the window showed before; while drawing, the veil is too
     // faint to see but keeps the window from being entirely clear.
-    painter.save();
+    // The painter is clipped to the region: one fill covers all its pieces.
+    const QColor veil = QColor::fromRgbF(0, 0, 0, store.isDrawing ? 0.01f : 0.0f);
     painter.setCompositionMode(QPainter::CompositionMode_Source);
-    painter.fillRect(rect(), QColor::fromRgbF(0, 0, 0, store.isDrawing ? 0.01f : 0.0f));
-    painter.restore();
+    painter.fillRect(region.boundingRect(), veil);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
 }
 
-void OverlayView::paintItems(QPainter& painter) const {
-    painter.save();
-    painter.translate(-QPointF(mapToGlobal(QPoint(0, 0))));
-    const double now = Clock::now();
-    const double delay = DrawingStore::fadeSeconds();
-    for (const Item& item : store.items())
-        Renderer::draw(painter, item, DrawingStore::alpha(item, now, delay), false);
-    if (const auto& current = store.current())
-        Renderer::draw(painter, *current, 1.0, current->kind == Tool::text);
-    painter.restore();
+// The fading items are the oldest, so they lie below everything else.
+void OverlayView::paintFading(QPainter& painter, const QRegion& region, QPoint origin, qreal dpr) {
+    const std::span<const DrawnItem> drawn = damage.items().first(damage.firstSteady());
+    const QRectF area = QRectF(region.boundingRect()).translated(QPointF(origin));
+    for (size_t i = 0; i < drawn.size(); ++i) {
+        if (drawn[i].alpha <= 0 || !drawn[i].bounds.intersects(area) ||
+            !region.intersects(drawn[i].bounds.translated(-QPointF(origin)).toAlignedRect()))
+            continue;
+        const Item& item = store.items()[i];
+        if (!fading.draw(painter, item, drawn[i], origin, dpr, size()))
+            Renderer::drawWithin(painter, item, drawn[i].alpha, false, area);
+    }
 }
 
-void OverlayView::paintHintBar(QPainter& painter) const {
-    if (store.isDrawing)
-        Renderer::drawHUDIfVisible(painter, QRectF(rect()), store);
+void OverlayView::paintCurrent(QPainter& painter, const QRegion& region, QPoint origin) const {
+    const auto& current = store.current();
+    if (!current)
+        return;
+    const QRectF area = QRectF(region.boundingRect()).translated(QPointF(origin));
+    Renderer::drawWithin(painter, *current, 1.0, current->kind == Tool::text, area);
+}
+
+void OverlayView::paintHintBar(QPainter& painter, const QRegion& region) const {
+    if (store.isDrawing && damage.frame().hudVisible && region.intersects(damage.hudRect()))
+        Renderer::drawHUD(painter, QRectF(rect()), store);
+}
+
+// For measuring how soon the overlay shows after the shortcut: with
+// QUILLERY_TRACE_PAINT set, the first paint while drawing says when it happened.
+void OverlayView::reportFirstPaint() {
+    static const bool tracing = qEnvironmentVariableIsSet("QUILLERY_TRACE_PAINT");
+    if (!tracing || paintedWhileDrawing || !store.isDrawing)
+        return;
+    paintedWhileDrawing = true;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    std::fprintf(stderr, "quillery: overlay painted at %.3f\n",
+                 std::chrono::duration<double>(now).count());
 }
 
 // ---- mouse

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "DrawnItem.h"
+
+#include <QImage>
+#include <QPoint>
+#include <QRegion>
+#include <QSize>
+#include <span>
+#include <vector>
+
+class QPainter;
+
+// The committed items that show at full strength, painted once into an image
+// of one overlay's size, so that a repaint copies them instead of stroking
+// them again. The layer follows the items it is given: a new item is painted
+// on top, an item that went (undone, or fading and so painted live) is taken
+// out by repainting only the area it covered.
+class OverlayLayerCache {
+public:
+    // Makes the layer show exactly `items` (oldest below newest; `drawn`
+    // describes them, index for index) as the overlay whose top-left corner is
+    // at `origin` on the virtual desktop shows them, at `size` device-independent
+    // pixels and `dpr` device pixels to each. No items: the image is let go.
+    void update(std::span<const Item> items, std::span<const DrawnItem> drawn, QPoint origin,
+                QSize size, qreal dpr);
+    // Composites the layer over what the painter holds, within `area` of the
+    // overlay (the painter in overlay coordinates, clipped as needed).
+    void paint(QPainter& painter, const QRect& area) const;
+
+    bool isEmpty() const { return held.empty(); }
+    // How often the whole layer was painted again: after a change of size or
+    // scale, or when too much went at once to repaint it piecewise.
+    int fullRepaints() const { return wholeRepaints; }
+
+private:
+    void repaintAll(std::span<const Item> items);
+    void repaintWhere(const QRegion& region, std::span<const Item> items,
+                      std::span<const DrawnItem> drawn);
+    void paintOnTop(std::span<const Item> items);
+    QRect toLayer(const QRectF& bounds) const;
+
+    QImage image;
+    QPoint origin;
+    QSize size;
+    qreal dpr = 1;
+    std::vector<DrawnItem> held;
+    int wholeRepaints = 0;
+};
