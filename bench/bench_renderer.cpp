@@ -1,49 +1,20 @@
 #include "DrawingStore.h"
 #include "PaletteColor.h"
 #include "Renderer.h"
+#include "SampleStrokes.h"
 
 #include <QGuiApplication>
 #include <QImage>
 #include <QPainter>
 #include <benchmark/benchmark.h>
-#include <cmath>
 #include <random>
 #include <vector>
 
 namespace {
 
-constexpr QSize screenSize{1920, 1080};
-constexpr int pointsPerStroke = 200;
-
-// Hand-drawn-looking strokes: a wandering walk of short steps, like a pen
-// moved at a steady pace, spread over the whole screen.
-Item penStroke(std::mt19937& random, int colorIndex, int points = pointsPerStroke) {
-    std::uniform_real_distribution<qreal> x(100, screenSize.width() - 100);
-    std::uniform_real_distribution<qreal> y(100, screenSize.height() - 100);
-    std::uniform_real_distribution<qreal> turn(-0.35, 0.35);
-    Item item;
-    item.kind = Tool::pen;
-    item.color = paletteColor(colorIndex % 6).color;
-    item.width = 4;
-    QPointF point(x(random), y(random));
-    qreal heading = turn(random) * 18;
-    for (int i = 0; i < points; ++i) {
-        item.points.push_back(point);
-        heading += turn(random);
-        point += QPointF(std::cos(heading), std::sin(heading)) * 3.0;
-        point.setX(std::clamp(point.x(), 0.0, qreal(screenSize.width())));
-        point.setY(std::clamp(point.y(), 0.0, qreal(screenSize.height())));
-    }
-    return item;
-}
-
-std::vector<Item> strokes(int count) {
-    std::mt19937 random(20240601);
-    std::vector<Item> items;
-    for (int i = 0; i < count; ++i)
-        items.push_back(penStroke(random, i));
-    return items;
-}
+using SampleStrokes::penStroke;
+using SampleStrokes::screenSize;
+using SampleStrokes::strokes;
 
 QImage frameImage(qreal dpr) {
     QImage image(screenSize * dpr, QImage::Format_ARGB32_Premultiplied);
