@@ -1,0 +1,116 @@
+#include "Defaults.h"
+#include "DrawingStore.h"
+#include "OverlayController.h"
+#include "OverlayView.h"
+#include "OverlayWindow.h"
+#include "TestSettings.h"
+
+#include <QtTest>
+
+// At rest the overlay costs nothing: with nothing on the screen no timer wakes
+// the program and nothing is painted; with ink on the screen and fading off,
+// the fade timer's ticks paint nothing.
+class OverlayRestTest : public QObject {
+    Q_OBJECT
+
+    OverlayController& controller = OverlayController::shared();
+    DrawingStore& store = controller.store();
+    std::unique_ptr<TestSettings> settings;
+
+    struct Wakeups {
+        int timers = 0;
+        int paints = 0;
+    };
+    // Counts, for the whole program, timer wake-ups and paints of the overlays.
+    struct Counter : QObject {
+        Wakeups seen;
+        bool eventFilter(QObject* receiver, QEvent* event) override {
+            if (event->type() == QEvent::Timer)
+                ++seen.timers;
+            if (event->type() == QEvent::Paint && qobject_cast<OverlayView*>(receiver))
+                ++seen.paints;
+            return false;
+        }
+    };
+
+    // What happens in the given time with nobody touching anything.
+    static Wakeups idleFor(int milliseconds) {
+        Counter counter;
+        qApp->installEventFilter(&counter);
+        QTest::qWait(milliseconds);
+        qApp->removeEventFilter(&counter);
+        return counter.seen;
+    }
+
+    void drawStroke(QPointF from, QPointF to) {
+        store.begin(from);
+        store.update((from + to) / 2);
+        store.finishStroke(to);
+    }
+
+    // Lets every paint and deferred deletion that the last change asked for happen.
+    static void settle() {
+        QTest::qWait(200);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+
+private Q_SLOTS:
+    void init() {
+        settings = std::make_unique<TestSettings>();
+        Defaults::registerDefaults(
+            {{QStringLiteral("fadeSeconds"), 0.0}, {QStringLiteral("hudVisible"), true}});
+        store.tool = Tool::pen;
+        store.width = 6;
+    }
+    void cleanup() {
+        controller.stop();
+        store.clear();
+        QTRY_VERIFY(!store.isTimerRunning());
+        settle();
+    }
+
+    void nothingOnTheScreenNothingRuns() {
+        controller.start();
+        QVERIFY(controller.isShown());
+        controller.stop();
+        QVERIFY(!controller.isShown());
+        settle();
+        const Wakeups idle = idleFor(1500);
+        QCOMPARE(idle.timers, 0);
+        QCOMPARE(idle.paints, 0);
+    }
+
+    void inkOnTheScreenWithoutFadingPaintsNothing() {
+        controller.start();
+        drawStroke({100, 100}, {300, 200});
+        drawStroke({120, 300}, {500, 260});
+        settle();
+        const Wakeups drawing = idleFor(1000);
+        QCOMPARE(drawing.paints, 0);
+        // The fade timer runs while items exist: its ticks are what paints nothing.
+        QVERIFY2(drawing.timers >= 10, qPrintable(QString::number(drawing.timers)));
+
+        controller.stop();
+        QVERIFY(controller.isShown()); // the ink stays, click-through
+        settle();
+        const Wakeups shown = idleFor(1000);
+        QCOMPARE(shown.paints, 0);
+        QVERIFY2(shown.timers >= 10, qPrintable(QString::number(shown.timers)));
+    }
+
+    void afterTheLastItemFadesNothingRuns() {
+        Defaults::setValue(QStringLiteral("fadeSeconds"), 0.2);
+        controller.start();
+        drawStroke({100, 100}, {300, 200});
+        controller.stop();
+        QTRY_VERIFY_WITH_TIMEOUT(store.items().empty() && !store.isTimerRunning(), 3000);
+        QVERIFY(!controller.isShown());
+        settle();
+        const Wakeups idle = idleFor(1500);
+        QCOMPARE(idle.timers, 0);
+        QCOMPARE(idle.paints, 0);
+    }
+};
+
+QTEST_MAIN(OverlayRestTest)
+#include "tst_overlayrest.moc"
