@@ -104,6 +104,15 @@ void OverlayWindow::makeKey() {
     WindowSystem::current().giveFocus(winId());
     if (mask)
         holdPointer();
+    // A window just shown may not be mapped yet when the server gets the focus
+    // request, which it then drops: ask again shortly, unless one of our
+    // windows has the keyboard by then.
+    for (int delayMs : {60, 250}) {
+        QTimer::singleShot(delayMs, this, [this] {
+            if (canBecomeKey() && isVisible() && !QApplication::activeWindow())
+                keyboardLost();
+        });
+    }
 }
 
 void OverlayWindow::changeEvent(QEvent* event) {
