@@ -2,10 +2,12 @@
 #include "Defaults.h"
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
+#include "InkMask.h"
 #include "ModelInvariants.h"
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "Renderer.h"
 #include "TestSettings.h"
 
 #include <QElapsedTimer>
@@ -245,7 +247,9 @@ private Q_SLOTS:
         const QPointF origin = QPointF(view->mapToGlobal(QPoint(0, 0)));
         bool pressed = false;
         Trace trace;
-        qint64 keys = 0, pointer = 0, texts = 0, sessions = 1;
+        qint64 keys = 0, pointer = 0, texts = 0, sessions = 1, paints = 0;
+        const QRect screen = QGuiApplication::primaryScreen()->geometry();
+        InkMask inkMask(screen, 1);
         QElapsedTimer elapsed;
         elapsed.start();
 
@@ -334,6 +338,25 @@ private Q_SLOTS:
                 QCoreApplication::processEvents();
                 QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
                 did = QStringLiteral("paint");
+                // The ink region a screen without a compositor is cut to,
+                // kept up to date step by step, is the one made afresh.
+                const QRegion kept = inkMask.region(store, now);
+                if (++paints % 20 == 0) {
+                    QRegion compared(QRect(QPoint(0, 0), screen.size()));
+                    if (const auto& current = store.current())
+                        compared -= Renderer::itemBounds(*current, true)
+                                        .translated(-QPointF(screen.topLeft()))
+                                        .toAlignedRect()
+                                        .adjusted(-1, -1, 1, 1);
+                    InkMask fresh(screen, 1);
+                    if ((kept & compared) != (fresh.region(store, now) & compared))
+                        QFAIL(qPrintable(QStringLiteral("QUILLERY_FUZZ_SEED=%1, step %2: the "
+                                                        "kept ink region differs from a fresh "
+                                                        "one\nlast steps:\n%3")
+                                             .arg(seed())
+                                             .arg(step)
+                                             .arg(trace.tail())));
+                }
             } else if (op < 991) {
                 QTest::keyClick(view, Qt::Key_Tab);
                 ++keys;
