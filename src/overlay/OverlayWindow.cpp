@@ -11,6 +11,7 @@
 #include <QScreen>
 #include <QVBoxLayout>
 #include <QWindow>
+#include <iterator>
 
 namespace {
 
@@ -18,6 +19,8 @@ constexpr Qt::WindowFlags overlayFlags = Qt::Tool | Qt::FramelessWindowHint |
                                          Qt::WindowStaysOnTopHint | Qt::X11BypassWindowManagerHint |
                                          Qt::NoDropShadowWindowHint;
 constexpr int pointerRetryMs = 100;
+// After a window is made key, when to check that it did get the keyboard.
+constexpr int keyboardRetryMs[] = {60, 250};
 
 } // namespace
 
@@ -51,6 +54,8 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
                 QWidget::event(&paint);
             });
     });
+    keyboardRetry.setSingleShot(true);
+    connect(&keyboardRetry, &QTimer::timeout, this, &OverlayWindow::askForKeyboardAgain);
     pointerRetry.setSingleShot(true);
     pointerRetry.setInterval(pointerRetryMs);
     connect(&pointerRetry, &QTimer::timeout, this, [this] {
@@ -66,8 +71,11 @@ OverlayWindow::~OverlayWindow() {
 }
 
 void OverlayWindow::setClickThrough(bool on) {
-    if (on)
+    if (on) {
+        // No longer to be typed into: nothing left to ask for.
+        keyboardRetry.stop();
         releasePointer();
+    }
     const Qt::WindowFlags flags = windowFlags().setFlag(Qt::WindowTransparentForInput, on);
     if (flags == windowFlags())
         return;
@@ -87,6 +95,7 @@ void OverlayWindow::orderFront() {
 }
 
 void OverlayWindow::orderOut() {
+    keyboardRetry.stop();
     releasePointer();
     hide();
 }
@@ -107,12 +116,21 @@ void OverlayWindow::makeKey() {
     // A window just shown may not be mapped yet when the server gets the focus
     // request, which it then drops: ask again shortly, unless one of our
     // windows has the keyboard by then.
-    for (int delayMs : {60, 250}) {
-        QTimer::singleShot(delayMs, this, [this] {
-            if (canBecomeKey() && isVisible() && !QApplication::activeWindow())
-                keyboardLost();
-        });
+    if (!askingAgain) {
+        keyboardAsks = 0;
+        keyboardRetry.start(keyboardRetryMs[0]);
     }
+}
+
+void OverlayWindow::askForKeyboardAgain() {
+    ++keyboardAsks;
+    if (canBecomeKey() && isVisible() && !QApplication::activeWindow()) {
+        askingAgain = true;
+        keyboardLost();
+        askingAgain = false;
+    }
+    if (keyboardAsks < int(std::size(keyboardRetryMs)))
+        keyboardRetry.start(keyboardRetryMs[keyboardAsks] - keyboardRetryMs[keyboardAsks - 1]);
 }
 
 void OverlayWindow::changeEvent(QEvent* event) {

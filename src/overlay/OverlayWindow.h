@@ -56,6 +56,7 @@ protected:
 
 private:
     void keyboardLost();
+    void askForKeyboardAgain();
     void holdPointer();
     void releasePointer();
     void drawingChanged();
@@ -72,6 +73,11 @@ private:
     bool shapeOutdated = false;
     // Reshapes once per turn of the event loop at most, also when nothing repaints.
     QTimer reshapeTimer;
+    // Checks, shortly after the window was made key, that it has the keyboard;
+    // stopped once the window no longer takes keys, so that nothing wakes at rest.
+    QTimer keyboardRetry;
+    int keyboardAsks = 0;
+    bool askingAgain = false;
     // Grabbing fails while another program holds the pointer (a menu): try again.
     QTimer pointerRetry;
     bool pointerWanted = false;
