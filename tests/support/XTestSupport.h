@@ -5,6 +5,7 @@
 #include <QProcess>
 #include <QRect>
 #include <QStringList>
+#include <QTest>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -50,6 +51,12 @@ inline int countPixels(const std::function<bool(QColor)>& matches, QRect area = 
         for (int x = area.left(); x <= area.right(); ++x)
             count += matches(image.pixelColor(x, y));
     return count;
+}
+// Whether a screenshot shows over 200 pixels of the colour within ten seconds.
+// Each look takes a screenshot, which can take a second: QTRY would look a few
+// more times after the first sight, and by then fading ink may be gone.
+inline bool inkShows(bool (*colour)(QColor), QRect area = {}) {
+    return QTest::qWaitFor([&] { return countPixels(colour, area) > 200; }, 10000);
 }
 // The palette's red and yellow on screen, with slack for antialiasing and the compositor.
 inline bool isRed(QColor c) {
