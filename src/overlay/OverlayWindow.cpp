@@ -43,7 +43,6 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
     // The native window exists from here on, so click-through can be switched
     // on the live window without hiding it.
     create();
-    windowHandle()->installEventFilter(this);
 
     reshapeTimer.setSingleShot(true);
     reshapeTimer.setInterval(0);
@@ -165,16 +164,10 @@ void OverlayWindow::setShaped(bool shaped) {
         return;
     }
     mask = std::make_unique<InkMask>(screenGeometry, devicePixelRatioF());
-    shapeOutdated = true;
-    if (windowHandle()->isExposed()) {
-        // Already painted: cut it down at once, before anything shows black.
-        reshapeTimer.stop();
-        reshape([] {});
-    } else {
-        // Nothing painted yet: show nothing until the first paint is done.
-        showRegion(QRegion());
-        reshapeTimer.start();
-    }
+    // Cut down at once: on screen, before anything shows black; not yet on
+    // screen, so that it is mapped with its shape (its first paint follows).
+    reshapeTimer.stop();
+    reshape([] {});
 }
 
 bool OverlayWindow::holdsPointer() const {
@@ -217,25 +210,15 @@ bool OverlayWindow::event(QEvent* event) {
     return QWidget::event(event);
 }
 
-bool OverlayWindow::eventFilter(QObject* watched, QEvent* event) {
-    // The first paint comes with the first exposure; the shape follows it.
-    if (watched == windowHandle() && event->type() == QEvent::Expose && shapeOutdated && mask)
-        reshapeTimer.start();
-    return QWidget::eventFilter(watched, event);
-}
-
 void OverlayWindow::reshape(const std::function<void()>& paint) {
+    shapeOutdated = false;
     const QRegion wanted = mask->region(store, Clock::now());
     const QRegion kept = shown ? *shown & wanted : wanted;
     if (!shown || kept != *shown)
         showRegion(kept);
-    if (!windowHandle()->isExposed()) {
-        // Not painted yet: what is new shows once it is.
-        shapeOutdated = kept != wanted;
-        return;
-    }
-    shapeOutdated = false;
     paint();
+    // What was not painted yet (a window not yet exposed) the server exposes
+    // as it shows, and Qt paints it then.
     if (kept != wanted)
         showRegion(wanted);
 }
