@@ -15,6 +15,9 @@
 #include <chrono>
 #include <cstdio>
 #include <optional>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace {
 
@@ -95,6 +98,18 @@ QRect OverlayView::geometryOnDesktop() const {
 
 void OverlayView::storeChanged() {
     markStale(damage.update(store, geometryOnDesktop(), frameNow()));
+    const bool wasInUse = inUse;
+    inUse = store.isDrawing || !store.items().empty() || store.current();
+    if (wasInUse && !inUse)
+        returnMemory();
+}
+
+// Thousands of strokes leave the allocator holding memory it would reuse;
+// once nothing is left to show, the system gets it back.
+void OverlayView::returnMemory() {
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
 }
 
 void OverlayView::markStale(const QRegion& region) {

@@ -40,6 +40,7 @@ protected:
 
 private:
     void storeChanged();
+    static void returnMemory();
     void markStale(const QRegion& region);
     DamageTracker::Frame frameNow() const;
     QRect geometryOnDesktop() const;
@@ -59,4 +60,6 @@ private:
     FadeSprites fading;
     QRegion stale;
     bool paintedWhileDrawing = false;
+    // Drawing, or something to show.
+    bool inUse = false;
 };
