@@ -31,6 +31,18 @@ trap 'kill $pid 2>/dev/null; wait $pid 2>/dev/null; rm -f "$log"' EXIT
 paints() { grep -c 'overlay painted' "$log" || true; }
 rss() { awk '/VmRSS/ { printf "%.1f MB", $2 / 1024 }' "/proc/$pid/status"; }
 toggle() { xdotool key ctrl+alt+d; }
+cputicks() { awk '{ print $14 + $15 }' "/proc/$pid/stat"; }
+# Waits until the program has used no processor time for half a second: it
+# has handled every event sent to it, and its ink has faded.
+wait_idle() {
+    local before after
+    before=$(cputicks)
+    while sleep 0.5; do
+        after=$(cputicks)
+        [ "$after" = "$before" ] && return 0
+        before=$after
+    done
+}
 # Waits until the log holds at least $1 paint lines; false after 10 s.
 wait_paints() {
     for _ in $(seq 1000); do
@@ -88,10 +100,13 @@ draw 20
 sleep 0.3
 echo "Resident memory, drawing 20 strokes: $(rss)"
 if [ "$strokes" -gt 0 ]; then
-    started=$(date +%s)
-    draw "$strokes"
-    sleep 2.5 # the last ones fade out
-    echo "Resident memory, after $strokes strokes drawn and faded ($(($(date +%s) - started)) s): $(rss)"
+    for round in 1 2; do
+        started=$(date +%s)
+        draw "$strokes"
+        sleep 2 # the last ones fade out
+        wait_idle
+        echo "Resident memory, after $strokes more strokes drawn and faded ($(($(date +%s) - started)) s): $(rss)"
+    done
 fi
 toggle
 sleep 1
