@@ -28,15 +28,15 @@ class OverlayMonitorsTest : public QObject {
 
     static bool setMonitor(const QString& name, QRect r, const QString& output) {
         // Physical size in millimetres, for a plausible 96 dpi.
-        const QString spec = QStringLiteral("%1/%2x%3/%4+%5+%6")
-                                 .arg(r.width())
-                                 .arg(r.width() * 254 / 960)
-                                 .arg(r.height())
-                                 .arg(r.height() * 254 / 960)
-                                 .arg(r.x())
-                                 .arg(r.y());
+        const QString geometry = QStringLiteral("%1/%2x%3/%4+%5+%6")
+                                     .arg(r.width())
+                                     .arg(r.width() * 254 / 960)
+                                     .arg(r.height())
+                                     .arg(r.height() * 254 / 960)
+                                     .arg(r.x())
+                                     .arg(r.y());
         return XServer::run(QStringLiteral("xrandr"),
-                            {QStringLiteral("--setmonitor"), name, spec, output});
+                            {QStringLiteral("--setmonitor"), name, geometry, output});
     }
     // One change of monitors reaches Qt as several events (added, primary,
     // geometry); a session started before the last would be rebuilt under the test.
