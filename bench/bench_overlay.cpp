@@ -1,10 +1,9 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
-#include "NotificationCenter.h"
 #include "OverlayView.h"
 #include "Renderer.h"
 #include "SampleStrokes.h"
+#include "Settings.h"
 
 #include <QApplication>
 #include <QImage>
@@ -47,8 +46,8 @@ const char* sizeLabel(qreal dpr) {
 // Draws the item into the store as the mouse would, committed at `at`.
 void commit(DrawingStore& store, const Item& item, double at) {
     Clock::setFixedNow(at);
-    store.tool = item.kind;
-    store.width = item.width;
+    store.setTool(item.kind);
+    store.setWidth(item.width);
     store.begin(item.points.front());
     for (size_t i = 1; i + 1 < item.points.size(); ++i)
         store.update(item.points[i]);
@@ -62,7 +61,7 @@ struct Session {
     std::unique_ptr<OverlayView> view;
     QImage screen;
 
-    explicit Session(qreal dpr) : screen(screenImage(dpr)) { store.isDrawing = true; }
+    explicit Session(qreal dpr) : screen(screenImage(dpr)) { store.setDrawing(true); }
 
     void commitStrokes(int count, double at, unsigned seed = 20240601) {
         for (const Item& item : SampleStrokes::strokes(count, seed))
@@ -110,7 +109,8 @@ void BM_RepaintEverything(benchmark::State& state) {
         for (const Item& item : session.store.items())
             Renderer::draw(painter, item, DrawingStore::alpha(item, now, delay), false);
         Renderer::draw(painter, inProgress, 1.0, false);
-        Renderer::drawHUDIfVisible(painter, QRectF(QPointF(), QSizeF(screenSize)), session.store);
+        Renderer::drawHUD(painter, QRectF(QPointF(), QSizeF(screenSize)), session.store.tool(),
+                          session.store.colorIndex());
     }
     state.SetLabel(sizeLabel(dpr));
 }
@@ -197,7 +197,7 @@ void BM_PointerEventLongStroke(benchmark::State& state) {
 void BM_FadeFrame(benchmark::State& state) {
     const qreal dpr = qreal(state.range(0));
     Session session(dpr);
-    Defaults::setValue(QStringLiteral("fadeSeconds"), 4.0);
+    Settings::shared().setFadeSeconds(4.0);
     session.commitStrokes(50, t0, 1);
     session.commitStrokes(1950, t0 + 2, 2);
     Clock::setFixedNow(t0 + 4.05);
@@ -217,7 +217,7 @@ void BM_FadeFrame(benchmark::State& state) {
 void BM_RollingFade(benchmark::State& state) {
     const qreal dpr = qreal(state.range(0));
     Session session(dpr);
-    Defaults::setValue(QStringLiteral("fadeSeconds"), 4.0);
+    Settings::shared().setFadeSeconds(4.0);
     const std::vector<Item> items = SampleStrokes::strokes(2000, 5);
     for (size_t i = 0; i < items.size(); ++i)
         commit(session.store, items[i], t0 + double(i) / 62.5);
@@ -259,7 +259,7 @@ void BM_Undo(benchmark::State& state) {
 void BM_Tick(benchmark::State& state) {
     const double delay = double(state.range(0));
     DrawingStore store;
-    Defaults::setValue(QStringLiteral("fadeSeconds"), delay);
+    Settings::shared().setFadeSeconds(delay);
     std::mt19937 random(9);
     for (int i = 0; i < 10000; ++i)
         commit(store, SampleStrokes::penStroke(random, i, 10), t0);
@@ -315,8 +315,7 @@ int main(int argc, char** argv) {
     qputenv("XDG_CONFIG_HOME", settingsDir.path().toLocal8Bit());
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settingsDir.path());
     QApplication app(argc, argv);
-    Defaults::registerDefaults(
-        {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
+
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

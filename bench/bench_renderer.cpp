@@ -86,13 +86,12 @@ BENCHMARK(BM_TextItem)->Arg(1)->Arg(2)->ArgName("dpr")->Unit(benchmark::kMicrose
 
 void BM_HintBar(benchmark::State& state) {
     const qreal dpr = qreal(state.range(0));
-    DrawingStore store;
     QImage image = frameImage(dpr);
     image.fill(Qt::transparent);
     QPainter painter(&image);
     const QRectF bounds{QPointF(), QSizeF(screenSize)};
     for (auto _ : state)
-        Renderer::drawHUD(painter, bounds, store);
+        Renderer::drawHUD(painter, bounds, Tool::pen, 0);
 }
 BENCHMARK(BM_HintBar)->Arg(1)->Arg(2)->ArgName("dpr")->Unit(benchmark::kMicrosecond);
 

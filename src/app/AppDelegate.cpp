@@ -1,14 +1,13 @@
 #include "AppDelegate.h"
 
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "Fatal.h"
 #include "HotKeyConfig.h"
 #include "HotKeyManager.h"
 #include "LoginItem.h"
-#include "NotificationCenter.h"
 #include "OverlayController.h"
 #include "PencilIconEngine.h"
+#include "Settings.h"
 #include "SettingsWindow.h"
 #include "WelcomeWindow.h"
 
@@ -25,9 +24,6 @@
 
 namespace {
 
-const QString fadeKey = QStringLiteral("fadeSeconds");
-const QString hudKey = QStringLiteral("hudVisible");
-const QString welcomeKey = QStringLiteral("didShowWelcome");
 constexpr int menuToggleDelayMs = 100;
 
 // Centred on the screen the user is looking at (the one under the pointer).
@@ -50,11 +46,13 @@ void bringToFront(QWidget* window) {
 // The whole number of seconds the menu shows as chosen; a value with no whole
 // number at all can only come from a damaged settings file.
 qint64 storedFadeSeconds() {
-    const double stored = Defaults::doubleValue(fadeKey);
+    const Settings& settings = Settings::shared();
+    const double stored = settings.fadeSeconds();
     constexpr double limit = 9223372036854775808.0; // 2^63
     if (!std::isfinite(stored) || stored >= limit || stored < -limit)
         fatalError(QStringLiteral("the value %1 of \"%2\" in %3 is not a number of seconds")
-                       .arg(QString::number(stored), fadeKey, Defaults::fileName()));
+                       .arg(QString::number(stored), Settings::name(Settings::Key::fadeSeconds),
+                            settings.fileName()));
     return static_cast<qint64>(stored);
 }
 
@@ -82,7 +80,6 @@ void AppDelegate::applicationDidFinishLaunching() {
     requireApplication("Start-up");
     // No main window: closing Settings or the welcome window must not end the program.
     QApplication::setQuitOnLastWindowClosed(false);
-    Defaults::registerDefaults({{fadeKey, 4.0}, {hudKey, true}});
 
     statusItem_ = new QSystemTrayIcon;
     menu_ = std::make_unique<QMenu>();
@@ -101,12 +98,12 @@ void AppDelegate::applicationDidFinishLaunching() {
     HotKeyManager::shared().onPress = [] { toggle(); };
     HotKeyManager::shared().registerHotKey(HotKeyConfig::current());
 
-    NotificationCenter::defaultCenter().addObserver(drawingStateChanged, this,
-                                                    [this] { updateIcon(); });
+    connect(&OverlayController::shared().store(), &DrawingStore::drawingStateChanged, this,
+            &AppDelegate::updateIcon);
 
     // Set before showing, so the window comes once even if it is closed unread.
-    if (!Defaults::boolValue(welcomeKey)) {
-        Defaults::setValue(welcomeKey, true);
+    if (!Settings::shared().didShowWelcome()) {
+        Settings::shared().setDidShowWelcome(true);
         showWelcome();
     }
 }
@@ -178,12 +175,12 @@ void AppDelegate::addFadeMenu() {
 }
 
 bool AppDelegate::isDrawing() {
-    return OverlayController::shared().store().isDrawing;
+    return OverlayController::shared().store().isDrawing();
 }
 
 void AppDelegate::toggle() {
     OverlayController& overlay = OverlayController::shared();
-    if (!overlay.store().isDrawing)
+    if (!overlay.store().isDrawing())
         overlay.start();
     else
         overlay.stop();
@@ -204,9 +201,8 @@ void AppDelegate::clearAll() {
 }
 
 void AppDelegate::setFade(int seconds) {
-    Defaults::setValue(fadeKey, double(seconds));
-    DrawingStore::shared();
-    NotificationCenter::defaultCenter().post(drawingStoreChanged);
+    Settings::shared().setFadeSeconds(double(seconds));
+    DrawingStore::shared().announceDisplayChange();
 }
 
 void AppDelegate::toggleLogin() {

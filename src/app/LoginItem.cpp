@@ -1,12 +1,8 @@
 #include "LoginItem.h"
 
-#include "NullLoginItem.h"
 #include "XdgAutostartLoginItem.h"
 
+// Every desktop Quillery runs on reads XDG autostart entries.
 std::unique_ptr<LoginItem> LoginItem::forThisDesktop() {
-#if defined(Q_OS_UNIX) && !defined(Q_OS_MACOS)
     return std::make_unique<XdgAutostartLoginItem>();
-#else
-    return std::make_unique<NullLoginItem>();
-#endif
 }

@@ -1,7 +1,7 @@
 #include "SettingsWindow.h"
 
-#include "Defaults.h"
 #include "HotKeyConfig.h"
+#include "Settings.h"
 #include "ShortcutRecorder.h"
 
 #include <QCheckBox>
@@ -12,8 +12,6 @@
 #include <QVBoxLayout>
 
 namespace {
-const QString fadeKey = QStringLiteral("fadeSeconds");
-const QString hudKey = QStringLiteral("hudVisible");
 constexpr int windowWidth = 400;
 constexpr int padding = 22;
 constexpr int spacing = 16;
@@ -56,10 +54,10 @@ SettingsWindow::SettingsWindow(QWidget* parent)
 
     connect(recorder_, &ShortcutRecorder::changed, this, &SettingsWindow::showRecorderState);
     connect(fadeCombo, &QComboBox::activated, this, [this](int index) {
-        Defaults::setValue(fadeKey, fadeCombo->itemData(index).toDouble());
+        Settings::shared().setFadeSeconds(fadeCombo->itemData(index).toDouble());
     });
     connect(hintBarCheck, &QCheckBox::toggled, this,
-            [](bool checked) { Defaults::setValue(hudKey, checked); });
+            [](bool checked) { Settings::shared().setHudVisible(checked); });
 
     setFixedWidth(windowWidth);
     showRecorderState();
@@ -107,9 +105,9 @@ void SettingsWindow::showRecorderState() {
 
 void SettingsWindow::showStoredValues() {
     // A stored delay that is none of the choices selects nothing.
-    fadeCombo->setCurrentIndex(fadeCombo->findData(Defaults::doubleValue(fadeKey)));
+    fadeCombo->setCurrentIndex(fadeCombo->findData(Settings::shared().fadeSeconds()));
     const QSignalBlocker blocker(hintBarCheck);
-    hintBarCheck->setChecked(Defaults::boolValue(hudKey));
+    hintBarCheck->setChecked(Settings::shared().hudVisible());
 }
 
 void SettingsWindow::showEvent(QShowEvent* event) {

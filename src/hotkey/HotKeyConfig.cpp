@@ -1,9 +1,9 @@
 #include "HotKeyConfig.h"
 
-#include "Defaults.h"
 #include "Fatal.h"
 #include "HotKeyManager.h"
 #include "KeyTable.h"
+#include "Settings.h"
 
 #include <QKeyEvent>
 #include <QRegularExpression>
@@ -11,28 +11,24 @@
 
 namespace {
 
-const QString codeKey = QStringLiteral("hkCode");
-const QString modifiersKey = QStringLiteral("hkMods");
-const QString nameKey = QStringLiteral("hkName");
-
 constexpr qint64 largestStoredNumber = 0xFFFFFFFFLL;
 
-[[noreturn]] void failOutOfRange(const QString& key, const QString& value) {
+[[noreturn]] void failOutOfRange(Settings::Key key, const QString& value) {
     fatalError(QStringLiteral("the value %1 of \"%2\" in %3 is outside 0...4294967295")
-                   .arg(value, key, Defaults::fileName()));
+                   .arg(value, Settings::name(key), Settings::shared().fileName()));
 }
 
 // A stored whole number as 32 bits; nullopt when the value is no number at all,
-// which Defaults reports. A number that doesn't fit was not written by us.
-std::optional<quint32> storedNumber(const QString& key) {
-    if (const std::optional<qint64> value = Defaults::integerValue(key)) {
+// which the settings report. A number that doesn't fit was not written by us.
+std::optional<quint32> storedNumber(Settings::Key key, std::optional<qint64> value) {
+    if (value) {
         if (*value < 0 || *value > largestStoredNumber)
             failOutOfRange(key, QString::number(*value));
         return static_cast<quint32>(*value);
     }
     // Too long even for 64 bits.
     static const QRegularExpression wholeNumber(QStringLiteral("^[+-]?[0-9]+$"));
-    const QString text = Defaults::stringValue(key).value_or(QString()).trimmed();
+    const QString text = Settings::shared().writtenValue(key).trimmed();
     if (wholeNumber.match(text).hasMatch())
         failOutOfRange(key, text);
     return std::nullopt;
@@ -46,7 +42,7 @@ void warnUnreadableShortcut() {
     std::fprintf(stderr,
                  "Quillery: the drawing shortcut in %s is unreadable; using Ctrl+Alt+D until "
                  "a new one is set\n",
-                 Defaults::fileName().toLocal8Bit().constData());
+                 Settings::shared().fileName().toLocal8Bit().constData());
 }
 
 // The keysyms behind a key press. The stored code comes from what the key
@@ -90,11 +86,15 @@ HotKeyConfig HotKeyConfig::defaultShortcut() {
 }
 
 HotKeyConfig HotKeyConfig::current() {
-    if (!Defaults::hasObject(codeKey))
+    const Settings& settings = Settings::shared();
+    if (!settings.contains(Settings::Key::hotKeyCode))
         return defaultShortcut();
-    const std::optional<quint32> code = storedNumber(codeKey);
+    const std::optional<quint32> code =
+        storedNumber(Settings::Key::hotKeyCode, settings.hotKeyCode());
     const std::optional<quint32> modifiers =
-        Defaults::hasObject(modifiersKey) ? storedNumber(modifiersKey) : 0u;
+        settings.contains(Settings::Key::hotKeyModifiers)
+            ? storedNumber(Settings::Key::hotKeyModifiers, settings.hotKeyModifiers())
+            : 0u;
     // Half a shortcut could be a bare key taken from every program.
     if (!code || !modifiers) {
         warnUnreadableShortcut();
@@ -103,14 +103,12 @@ HotKeyConfig HotKeyConfig::current() {
     HotKeyConfig config;
     config.keyCode = *code;
     config.modifiers = *modifiers;
-    config.keyName = Defaults::stringValue(nameKey).value_or(QStringLiteral("?"));
+    config.keyName = settings.hotKeyName().value_or(QStringLiteral("?"));
     return config;
 }
 
 void HotKeyConfig::save() const {
-    Defaults::setValue(codeKey, static_cast<qlonglong>(keyCode));
-    Defaults::setValue(modifiersKey, static_cast<qlonglong>(modifiers));
-    Defaults::setValue(nameKey, keyName);
+    Settings::shared().setHotKey(keyCode, modifiers, keyName);
 }
 
 QString HotKeyConfig::display() const {

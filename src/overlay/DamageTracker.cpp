@@ -64,19 +64,17 @@ bool isFreehand(Tool kind) {
 }
 
 bool sameItem(const DrawnItem::Key& key, const Item& item) {
-    // The cheap fields first: most comparisons are of unrelated items.
-    return key.points == item.points.data() && key.pointCount == item.points.size() &&
-           key == DrawnItem::Key::of(item);
+    return key.id == item.id;
 }
 
 } // namespace
 
 QRegion DamageTracker::update(const DrawingStore& store, const QRect& geometry,
                               const Frame& frame) {
-    const bool everything = !known || geometry != overlay || store.isDrawing != drawing;
+    const bool everything = !known || geometry != overlay || store.isDrawing() != drawing;
     known = true;
     overlay = geometry;
-    drawing = store.isDrawing;
+    drawing = store.isDrawing();
     shown = frame;
 
     std::vector<QRectF> changed;
@@ -220,16 +218,17 @@ void DamageTracker::updateCurrent(const DrawingStore& store, std::vector<QRectF>
 
 void DamageTracker::updateHud(const DrawingStore& store, std::vector<QRect>& damage) {
     Hud next;
-    next.shown = store.isDrawing && shown.hudVisible;
-    next.tool = store.tool;
-    next.colorIndex = store.colorIndex;
+    next.shown = store.isDrawing() && shown.hudVisible;
+    next.tool = store.tool();
+    next.colorIndex = store.colorIndex();
     next.overlaySize = overlay.size();
     if (next.shown == hud.shown && next.tool == hud.tool && next.colorIndex == hud.colorIndex &&
         next.overlaySize == hud.overlaySize)
         return;
     if (next.shown)
         next.rect =
-            Renderer::hudRect(QRectF(QPointF(), QSizeF(overlay.size())), store).toAlignedRect();
+            Renderer::hudRect(QRectF(QPointF(), QSizeF(overlay.size())), next.tool, next.colorIndex)
+                .toAlignedRect();
     damage.push_back(hud.rect);
     damage.push_back(next.rect);
     hud = next;

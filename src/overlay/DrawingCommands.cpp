@@ -1,9 +1,8 @@
 #include "DrawingCommands.h"
 
-#include "Defaults.h"
 #include "DrawingStore.h"
-#include "NotificationCenter.h"
 #include "PaletteColor.h"
+#include "Settings.h"
 
 #include <algorithm>
 
@@ -11,42 +10,33 @@ namespace {
 
 constexpr qreal narrowest = 2;
 constexpr qreal widest = 16;
-const QString hudVisibleKey = QStringLiteral("hudVisible");
-
-void announce() {
-    NotificationCenter::defaultCenter().post(drawingStoreChanged);
-}
-
 } // namespace
 
 namespace DrawingCommands {
 
 void selectTool(DrawingStore& store, Tool tool) {
-    store.tool = tool;
-    announce();
+    store.setTool(tool);
 }
 
 bool selectColor(DrawingStore& store, qint64 number) {
     if (number < 1 || number > static_cast<qint64>(palette().size()))
         return false;
-    store.colorIndex = static_cast<int>(number - 1);
-    announce();
+    store.setColorIndex(static_cast<int>(number - 1));
     return true;
 }
 
 void narrower(DrawingStore& store) {
-    store.width = std::max(store.width - 1, narrowest);
-    announce();
+    store.setWidth(std::max(store.width() - 1, narrowest));
 }
 
 void wider(DrawingStore& store) {
-    store.width = std::min(store.width + 1, widest);
-    announce();
+    store.setWidth(std::min(store.width() + 1, widest));
 }
 
-void toggleHintBar() {
-    Defaults::setValue(hudVisibleKey, !Defaults::boolValue(hudVisibleKey));
-    announce();
+void toggleHintBar(DrawingStore& store) {
+    Settings& settings = Settings::shared();
+    settings.setHudVisible(!settings.hudVisible());
+    store.announceDisplayChange();
 }
 
 // The store announces these itself.

@@ -5,15 +5,14 @@
 class DrawingStore;
 
 // The drawing-mode commands shared by the overlay's keys and the remote
-// commands, so that both go the same way. Each posts the notification the
-// change needs.
+// commands, so that both go the same way. Each announces the change it makes.
 namespace DrawingCommands {
 void selectTool(DrawingStore& store, Tool tool);
 // number is 1-based, as on the keys; outside 1..palette size nothing happens.
 bool selectColor(DrawingStore& store, qint64 number);
 void narrower(DrawingStore& store); // "[": width - 1, not below 2
 void wider(DrawingStore& store);    // "]": width + 1, not above 16
-void toggleHintBar();
+void toggleHintBar(DrawingStore& store);
 void undo(DrawingStore& store);
 void clear(DrawingStore& store);
 } // namespace DrawingCommands

@@ -3,19 +3,7 @@
 #include "Renderer.h"
 
 DrawnItem::Key DrawnItem::Key::of(const Item& item) {
-    Key key;
-    key.kind = item.kind;
-    key.finishedAt = item.finishedAt.value_or(0);
-    key.points = item.points.data();
-    key.pointCount = item.points.size();
-    if (!item.points.empty()) {
-        key.first = item.points.front();
-        key.last = item.points.back();
-    }
-    key.color = item.color.rgba();
-    key.width = item.width;
-    key.text = item.text;
-    return key;
+    return Key{item.id, item.finishedAt.value_or(0)};
 }
 
 namespace {

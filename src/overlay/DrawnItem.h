@@ -9,21 +9,14 @@
 // the others without comparing its points, the area it can paint, and the fade
 // alpha it was last painted with.
 struct DrawnItem {
-    // Committed items never change, and their points stay in the same buffer
-    // for as long as the store keeps them: equal keys mean the same item.
+    // Committed items never change, and the store gives each its own id:
+    // equal ids mean the same item.
     struct Key {
-        Tool kind = Tool::pen;
+        quint64 id = 0;
         double finishedAt = 0;
-        const void* points = nullptr;
-        size_t pointCount = 0;
-        QPointF first;
-        QPointF last;
-        QRgb color = 0;
-        qreal width = 0;
-        QString text;
 
         static Key of(const Item& item);
-        bool operator==(const Key& other) const = default;
+        bool operator==(const Key& other) const { return id == other.id; }
     };
 
     Key key;

@@ -1,9 +1,9 @@
 #include "InkMask.h"
 
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "PaletteColor.h"
 #include "Renderer.h"
+#include "Settings.h"
 
 #include <QImage>
 #include <QPainter>
@@ -216,13 +216,15 @@ std::vector<QRegion> InkMask::itemRegions(const Item& item, bool editing,
 }
 
 QRegion InkMask::hintBarRegion(const DrawingStore& store) const {
-    if (!store.isDrawing || !Defaults::boolValue(QStringLiteral("hudVisible")))
+    if (!store.isDrawing() || !Settings::shared().hudVisible())
         return {};
     const QRectF bounds(QPointF(0, 0), screen.size());
-    const QRectF bar = Renderer::hudRect(bounds, store)
+    const QRectF bar = Renderer::hudRect(bounds, store.tool(), store.colorIndex())
                            .adjusted(-hintBarMargin, -hintBarMargin, hintBarMargin, hintBarMargin) &
                        bounds;
     return paintedRegions(bar, ratio, {(opaque + 1) / 2},
-                          [&](QPainter& painter) { Renderer::drawHUD(painter, bounds, store); })
+                          [&](QPainter& painter) {
+                              Renderer::drawHUD(painter, bounds, store.tool(), store.colorIndex());
+                          })
         .front();
 }

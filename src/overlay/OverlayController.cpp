@@ -2,7 +2,6 @@
 
 #include "DrawingStore.h"
 #include "Fatal.h"
-#include "NotificationCenter.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
 #include "WindowSystem.h"
@@ -27,8 +26,7 @@ OverlayController::OverlayController(DrawingStore& store) : store_(store) {
     // the pen went through matters, or quick strokes lose their corners.
     QCoreApplication::setAttribute(Qt::AA_CompressHighFrequencyEvents, false);
 
-    NotificationCenter::defaultCenter().addObserver(drawingStoreChanged, this,
-                                                    [this] { storeChanged(); });
+    connect(&store_, &DrawingStore::drawingStoreChanged, this, &OverlayController::storeChanged);
 
     screenChange.setSingleShot(true);
     screenChange.setInterval(0);
@@ -52,19 +50,19 @@ void OverlayController::watchScreen(QScreen* screen) {
 }
 
 void OverlayController::toggle() {
-    if (store_.isDrawing)
+    if (store_.isDrawing())
         stop();
     else
         start();
 }
 
 bool OverlayController::shouldShow() const {
-    return store_.isDrawing || !store_.items().empty() || store_.current().has_value();
+    return store_.isDrawing() || !store_.items().empty() || store_.current().has_value();
 }
 
 void OverlayController::showWindows(bool visible) {
     for (OverlayWindow* window : windows_) {
-        window->setClickThrough(!store_.isDrawing);
+        window->setClickThrough(!store_.isDrawing());
         if (visible)
             window->orderFront();
         else
@@ -103,7 +101,7 @@ void OverlayController::compositingChanged() {
     for (OverlayWindow* window : windows_)
         window->setShaped(shaped);
     // Cut to its ink, the key window must hold the pointer to keep the pen.
-    if (shaped && store_.isDrawing && isShown_ && !windows_.empty())
+    if (shaped && store_.isDrawing() && isShown_ && !windows_.empty())
         keyWindow()->makeKey();
 }
 
@@ -125,33 +123,31 @@ OverlayWindow* OverlayController::keyWindow() const {
 }
 
 void OverlayController::start() {
-    if (store_.isDrawing)
+    if (store_.isDrawing())
         return;
     rememberActiveWindow();
     rebuildWindows();
     if (windows_.empty())
         return;
-    store_.isDrawing = true;
+    store_.setDrawing(true);
     showWindows(true);
     isShown_ = true;
     windowUnderPointer()->makeKey();
     updateCursors();
-    NotificationCenter::defaultCenter().post(drawingStoreChanged);
-    NotificationCenter::defaultCenter().post(drawingStateChanged);
+    store_.announceModeSwitch();
 }
 
 void OverlayController::stop() {
-    if (!store_.isDrawing)
+    if (!store_.isDrawing())
         return;
     store_.endSession();
-    store_.isDrawing = false;
+    store_.setDrawing(false);
     const bool keep = shouldShow();
     showWindows(keep);
     isShown_ = keep;
     updateCursors();
-    NotificationCenter::defaultCenter().post(drawingStoreChanged);
+    store_.announceModeSwitch();
     restoreActiveWindow();
-    NotificationCenter::defaultCenter().post(drawingStateChanged);
 }
 
 void OverlayController::storeChanged() {
@@ -165,14 +161,14 @@ void OverlayController::storeChanged() {
 void OverlayController::screensChanged() {
     if (!isShown_)
         return;
-    const bool wasDrawing = store_.isDrawing;
+    const bool wasDrawing = store_.isDrawing();
     rebuildWindows();
     const bool visible = shouldShow();
     showWindows(visible);
     isShown_ = visible;
     if (wasDrawing && !windows_.empty())
         windows_.front()->makeKey();
-    NotificationCenter::defaultCenter().post(drawingStoreChanged);
+    store_.announceDisplayChange();
 }
 
 bool OverlayController::isOwnWindow(quint64 id) const {

@@ -1,13 +1,13 @@
 #include "OverlayView.h"
 
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
-#include "NotificationCenter.h"
 #include "OverlayController.h"
 #include "OverlayWindow.h"
 #include "Renderer.h"
+#include "Settings.h"
+#include "SystemMemory.h"
 
 #include <QKeyEvent>
 #include <QPainter>
@@ -15,9 +15,6 @@
 #include <chrono>
 #include <cstdio>
 #include <optional>
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
 
 namespace {
 
@@ -68,13 +65,17 @@ constexpr int mostStalePieces = 4096;
 
 OverlayView::OverlayView(DrawingStore& store, QWidget* parent) : QWidget(parent), store(store) {
     setFocusPolicy(Qt::StrongFocus);
-    NotificationCenter::defaultCenter().addObserver(drawingStoreChanged, this,
-                                                    [this] { storeChanged(); });
+    connect(&store, &DrawingStore::drawingStoreChanged, this, &OverlayView::storeChanged);
+    // A setting edited while ink shows (in the Settings window, or in the file).
+    connect(&Settings::shared(), &Settings::changed, this, [this](Settings::Key key) {
+        if (key == Settings::Key::fadeSeconds || key == Settings::Key::hudVisible)
+            storeChanged();
+    });
     updateCursor();
 }
 
 void OverlayView::updateCursor() {
-    if (store.isDrawing)
+    if (store.isDrawing())
         setCursor(Qt::CrossCursor);
     else
         unsetCursor();
@@ -85,10 +86,10 @@ void OverlayView::updateCursor() {
 DamageTracker::Frame OverlayView::frameNow() const {
     DamageTracker::Frame frame;
     frame.now = Clock::now();
-    // Settings are read afresh, but only when they can matter.
+    // Only when it can matter: a damaged value is reported where it is used.
     if (!store.items().empty())
         frame.fadeDelay = DrawingStore::fadeSeconds();
-    frame.hudVisible = store.isDrawing && Defaults::boolValue(QStringLiteral("hudVisible"));
+    frame.hudVisible = store.isDrawing() && Settings::shared().hudVisible();
     return frame;
 }
 
@@ -99,17 +100,11 @@ QRect OverlayView::geometryOnDesktop() const {
 void OverlayView::storeChanged() {
     markStale(damage.update(store, geometryOnDesktop(), frameNow()));
     const bool wasInUse = inUse;
-    inUse = store.isDrawing || !store.items().empty() || store.current();
+    inUse = store.isDrawing() || !store.items().empty() || store.current();
+    // Thousands of strokes leave the allocator holding memory it would reuse;
+    // once nothing is left to show, the system gets it back.
     if (wasInUse && !inUse)
-        returnMemory();
-}
-
-// Thousands of strokes leave the allocator holding memory it would reuse;
-// once nothing is left to show, the system gets it back.
-void OverlayView::returnMemory() {
-#ifdef __GLIBC__
-    malloc_trim(0);
-#endif
+        SystemMemory::returnUnused();
 }
 
 void OverlayView::markStale(const QRegion& region) {
@@ -167,7 +162,7 @@ void OverlayView::paintVeil(QPainter& painter, const QRegion& region) const {
     // Replaces what the window showed before; while drawing, the veil is too
     // faint to see but keeps the window from being entirely clear.
     // The painter is clipped to the region: one fill covers all its pieces.
-    const QColor veil = QColor::fromRgbF(0, 0, 0, store.isDrawing ? 0.01f : 0.0f);
+    const QColor veil = QColor::fromRgbF(0, 0, 0, store.isDrawing() ? 0.01f : 0.0f);
     painter.setCompositionMode(QPainter::CompositionMode_Source);
     painter.fillRect(region.boundingRect(), veil);
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
@@ -196,15 +191,15 @@ void OverlayView::paintCurrent(QPainter& painter, const QRegion& region, QPoint 
 }
 
 void OverlayView::paintHintBar(QPainter& painter, const QRegion& region) const {
-    if (store.isDrawing && damage.frame().hudVisible && region.intersects(damage.hudRect()))
-        Renderer::drawHUD(painter, QRectF(rect()), store);
+    if (store.isDrawing() && damage.frame().hudVisible && region.intersects(damage.hudRect()))
+        Renderer::drawHUD(painter, QRectF(rect()), store.tool(), store.colorIndex());
 }
 
 // For measuring how soon the overlay shows after the shortcut: with
 // QUILLERY_TRACE_PAINT set, the first paint while drawing says when it happened.
 void OverlayView::reportFirstPaint() {
     static const bool tracing = qEnvironmentVariableIsSet("QUILLERY_TRACE_PAINT");
-    if (!tracing || paintedWhileDrawing || !store.isDrawing)
+    if (!tracing || paintedWhileDrawing || !store.isDrawing())
         return;
     paintedWhileDrawing = true;
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -216,7 +211,7 @@ void OverlayView::reportFirstPaint() {
 
 void OverlayView::mousePressEvent(QMouseEvent* event) {
     event->accept();
-    if (!store.isDrawing || event->button() != Qt::LeftButton)
+    if (!store.isDrawing() || event->button() != Qt::LeftButton)
         return;
     // Keys follow the pen: after a click the keyboard is here even if another
     // window took it meanwhile.
@@ -231,7 +226,7 @@ void OverlayView::mousePressEvent(QMouseEvent* event) {
         // The release of that stroke went to a window that is gone (its monitor
         // was unplugged mid-stroke): keep the ink rather than replace it.
         store.finishStroke(current->points.back());
-    if (store.tool == Tool::text)
+    if (store.tool() == Tool::text)
         store.beginText(at);
     else
         store.begin(at);
@@ -239,13 +234,13 @@ void OverlayView::mousePressEvent(QMouseEvent* event) {
 
 void OverlayView::mouseMoveEvent(QMouseEvent* event) {
     event->accept();
-    if (store.isDrawing && event->buttons().testFlag(Qt::LeftButton))
+    if (store.isDrawing() && event->buttons().testFlag(Qt::LeftButton))
         store.update(event->globalPosition());
 }
 
 void OverlayView::mouseReleaseEvent(QMouseEvent* event) {
     event->accept();
-    if (store.isDrawing && event->button() == Qt::LeftButton)
+    if (store.isDrawing() && event->button() == Qt::LeftButton)
         store.finishStroke(event->globalPosition());
 }
 
@@ -262,7 +257,7 @@ bool OverlayView::isTyping() const {
 
 void OverlayView::keyPressEvent(QKeyEvent* event) {
     event->accept();
-    if (!store.isDrawing)
+    if (!store.isDrawing())
         return;
     if (event->key() == Qt::Key_Escape)
         OverlayController::shared().stop();
@@ -319,7 +314,7 @@ void OverlayView::runCommand(const QKeyEvent& event) {
     else if (key == QLatin1String("]"))
         DrawingCommands::wider(store);
     else if (key == QLatin1String("\t"))
-        DrawingCommands::toggleHintBar();
+        DrawingCommands::toggleHintBar(store);
     else if (const auto number = decimalNumber(key))
         DrawingCommands::selectColor(store, *number);
 }

@@ -40,7 +40,6 @@ protected:
 
 private:
     void storeChanged();
-    static void returnMemory();
     void markStale(const QRegion& region);
     DamageTracker::Frame frameNow() const;
     QRect geometryOnDesktop() const;

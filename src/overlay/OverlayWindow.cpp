@@ -3,7 +3,6 @@
 #include "Clock.h"
 #include "DrawingStore.h"
 #include "InkMask.h"
-#include "NotificationCenter.h"
 #include "OverlayView.h"
 #include "WindowSystem.h"
 
@@ -61,8 +60,7 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
         if (pointerWanted)
             holdPointer();
     });
-    NotificationCenter::defaultCenter().addObserver(drawingStoreChanged, this,
-                                                    [this] { drawingChanged(); });
+    connect(&store, &DrawingStore::drawingStoreChanged, this, &OverlayWindow::drawingChanged);
 }
 
 OverlayWindow::~OverlayWindow() {
@@ -100,7 +98,7 @@ void OverlayWindow::orderOut() {
 }
 
 bool OverlayWindow::canBecomeKey() const {
-    return store.isDrawing;
+    return store.isDrawing();
 }
 
 void OverlayWindow::makeKey() {
@@ -176,7 +174,7 @@ bool OverlayWindow::holdsPointer() const {
 
 void OverlayWindow::holdPointer() {
     pointerWanted = true;
-    if (!mask || !store.isDrawing || isClickThrough() || !isVisible())
+    if (!mask || !store.isDrawing() || isClickThrough() || !isVisible())
         return;
     pointerRetry.stop();
     view_->grabMouse();

@@ -63,9 +63,8 @@ QString HintBar::colorName(int colorIndex) {
                                        paletteColor(colorIndex).name.toUtf8().constData());
 }
 
-QString HintBar::line(const DrawingStore& store) {
-    return toolTitle(store.tool) + QStringLiteral(" \u00B7 ") + colorName(store.colorIndex) +
-           hints();
+QString HintBar::line(Tool tool, int colorIndex) {
+    return toolTitle(tool) + QStringLiteral(" \u00B7 ") + colorName(colorIndex) + hints();
 }
 
 QFont HintBar::font() {
@@ -75,8 +74,8 @@ QFont HintBar::font() {
     return font;
 }
 
-HintBar::HintBar(const QRectF& rect, const DrawingStore& store)
-    : text(line(store)), textFont(font()), swatchColor(paletteColor(store.colorIndex).color) {
+HintBar::HintBar(const QRectF& rect, Tool tool, int colorIndex)
+    : text(line(tool, colorIndex)), textFont(font()), swatchColor(paletteColor(colorIndex).color) {
     const QFontMetricsF metrics(textFont);
     ascent = metrics.ascent();
     const qreal width = metrics.horizontalAdvance(text) + textLeftPadding + textRightPadding;

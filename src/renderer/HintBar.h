@@ -1,6 +1,6 @@
 #pragma once
 
-#include "DrawingStore.h"
+#include "Tool.h"
 
 #include <QColor>
 #include <QFont>
@@ -14,9 +14,10 @@ class QPainter;
 // colour and lists the keys: its line, font and geometry, and its drawing.
 class HintBar {
 public:
-    // Lays the bar out in `rect` (the view's bounds, y down). The store's
-    // colour index must be valid; anything else is a fatal programming error.
-    HintBar(const QRectF& rect, const DrawingStore& store);
+    // Lays the bar out in `rect` (the view's bounds, y down) for the selected
+    // tool and colour. The colour index must be valid; anything else is a
+    // fatal programming error.
+    HintBar(const QRectF& rect, Tool tool, int colorIndex);
 
     void draw(QPainter& painter) const;
 
@@ -25,7 +26,7 @@ public:
     QRectF swatch() const;
 
     // Tool title, " · ", colour name, then the key hints.
-    static QString line(const DrawingStore& store);
+    static QString line(Tool tool, int colorIndex);
     // The key hints, exactly as shown, in every language.
     static QString hints();
     static QString toolTitle(Tool tool);

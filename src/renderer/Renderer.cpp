@@ -4,8 +4,6 @@
 #include "TextLayout.h"
 #include "TextShadow.h"
 
-#include "Defaults.h"
-
 #include <QPainter>
 #include <QPen>
 #include <algorithm>
@@ -250,21 +248,16 @@ void drawText(QPainter& painter, const Item& item, qreal alpha, bool editing) {
     painter.drawText(layout.baseline(), layout.shown());
 }
 
-void drawHUD(QPainter& painter, const QRectF& rect, const DrawingStore& store) {
-    HintBar(rect, store).draw(painter);
+void drawHUD(QPainter& painter, const QRectF& rect, Tool tool, int colorIndex) {
+    HintBar(rect, tool, colorIndex).draw(painter);
 }
 
-void drawHUDIfVisible(QPainter& painter, const QRectF& rect, const DrawingStore& store) {
-    if (Defaults::boolValue(QStringLiteral("hudVisible")))
-        drawHUD(painter, rect, store);
+QRectF hudRect(const QRectF& rect, Tool tool, int colorIndex) {
+    return HintBar(rect, tool, colorIndex).bar();
 }
 
-QRectF hudRect(const QRectF& rect, const DrawingStore& store) {
-    return HintBar(rect, store).bar();
-}
-
-QString hudLine(const DrawingStore& store) {
-    return HintBar::line(store);
+QString hudLine(Tool tool, int colorIndex) {
+    return HintBar::line(tool, colorIndex);
 }
 
 QString hudHints() {

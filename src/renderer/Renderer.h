@@ -1,6 +1,5 @@
 #pragma once
 
-#include "DrawingStore.h"
 #include "Item.h"
 
 #include <QPainterPath>
@@ -39,10 +38,8 @@ void drawOutline(QPainter& painter, const Item& item);
 // and a caret after the last character while editing. Alpha is clamped here too.
 void drawText(QPainter& painter, const Item& item, qreal alpha, bool editing);
 
-// The hint bar near the top of `rect`, unconditionally.
-void drawHUD(QPainter& painter, const QRectF& rect, const DrawingStore& store);
-// The hint bar if the "hudVisible" setting, read afresh, is on.
-void drawHUDIfVisible(QPainter& painter, const QRectF& rect, const DrawingStore& store);
+// The hint bar near the top of `rect`, for the selected tool and colour.
+void drawHUD(QPainter& painter, const QRectF& rect, Tool tool, int colorIndex);
 
 // The raw polyline of a freehand item; a single point becomes a tiny segment,
 // so that the round cap shows it as a dot.
@@ -60,10 +57,10 @@ QRectF itemBounds(const Item& item, bool editing);
 // points. For `from` 0, or another kind of item, everything it can touch.
 QRectF tailBounds(const Item& item, size_t from);
 // The hint bar's capsule within `rect`; everything drawHUD paints lies inside it.
-QRectF hudRect(const QRectF& rect, const DrawingStore& store);
+QRectF hudRect(const QRectF& rect, Tool tool, int colorIndex);
 
 // The hint bar's line: tool title, " · ", colour name, then the key hints.
-QString hudLine(const DrawingStore& store);
+QString hudLine(Tool tool, int colorIndex);
 // The key hints that end the hint bar's line, as they are shown.
 QString hudHints();
 

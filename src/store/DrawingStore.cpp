@@ -1,12 +1,12 @@
 #include "DrawingStore.h"
 
 #include "Clock.h"
-#include "Defaults.h"
-#include "NotificationCenter.h"
 #include "PaletteColor.h"
+#include "Settings.h"
 
 #include <QTextBoundaryFinder>
 #include <cmath>
+#include <utility>
 
 DrawingStore& DrawingStore::shared() {
     static DrawingStore store;
@@ -17,15 +17,43 @@ DrawingStore::DrawingStore() = default;
 DrawingStore::~DrawingStore() = default;
 
 void DrawingStore::post() {
-    NotificationCenter::defaultCenter().post(drawingStoreChanged);
+    emit drawingStoreChanged();
+}
+
+void DrawingStore::setTool(Tool tool) {
+    tool_ = tool;
+    post();
+}
+
+void DrawingStore::setColorIndex(int index) {
+    colorIndex_ = index;
+    post();
+}
+
+void DrawingStore::setWidth(qreal width) {
+    width_ = width;
+    post();
+}
+
+void DrawingStore::setDrawing(bool on) {
+    isDrawing_ = on;
+}
+
+void DrawingStore::announceModeSwitch() {
+    post();
+    emit drawingStateChanged();
+}
+
+void DrawingStore::announceDisplayChange() {
+    post();
 }
 
 void DrawingStore::begin(QPointF at) {
     Item item;
-    item.kind = tool;
+    item.kind = tool_;
     item.points = {at};
-    item.color = paletteColor(colorIndex).color;
-    item.width = width;
+    item.color = paletteColor(colorIndex_).color;
+    item.width = width_;
     current_ = std::move(item);
     post();
 }
@@ -61,21 +89,27 @@ void DrawingStore::finishStroke(QPointF at) {
 
 void DrawingStore::commit(Item item) {
     item.finishedAt = Clock::now();
+    item.id = ++lastId;
     items_.push_back(std::move(item));
     ensureTimer();
+    emit itemCommitted(lastId);
     post();
 }
 
 void DrawingStore::undo() {
     if (items_.empty())
         return;
+    const quint64 id = items_.back().id;
     items_.pop_back();
+    emit itemRemoved(id);
     post();
 }
 
 void DrawingStore::clear() {
-    items_.clear();
+    const std::vector<Item> gone = std::exchange(items_, {});
     current_.reset();
+    for (const Item& item : gone)
+        emit itemRemoved(item.id);
     post();
 }
 
@@ -93,8 +127,8 @@ void DrawingStore::beginText(QPointF at) {
     Item item;
     item.kind = Tool::text;
     item.points = {at};
-    item.color = paletteColor(colorIndex).color;
-    item.width = width * 3 + 18;
+    item.color = paletteColor(colorIndex_).color;
+    item.width = width_ * 3 + 18;
     current_ = std::move(item);
     post();
 }
@@ -130,7 +164,7 @@ void DrawingStore::commitText() {
 }
 
 double DrawingStore::fadeSeconds() {
-    return Defaults::doubleValue(QStringLiteral("fadeSeconds"));
+    return Settings::shared().fadeSeconds();
 }
 
 double DrawingStore::alpha(const Item& item, double now) {
@@ -163,7 +197,15 @@ void DrawingStore::tick() {
     const double now = Clock::now();
     const double delay = fadeSeconds();
     const size_t before = items_.size();
-    std::erase_if(items_, [&](const Item& item) { return alpha(item, now, delay) <= 0; });
+    std::vector<quint64> faded;
+    std::erase_if(items_, [&](const Item& item) {
+        const bool gone = alpha(item, now, delay) <= 0;
+        if (gone)
+            faded.push_back(item.id);
+        return gone;
+    });
+    for (quint64 id : faded)
+        emit itemFaded(id);
 
     bool fading = false;
     if (delay > 0) {

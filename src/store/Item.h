@@ -17,6 +17,9 @@ struct Item {
     qreal width = 0;
     QString text;
     std::optional<double> finishedAt;
+    // Given by the store when the item is committed, unique for the store's
+    // lifetime; 0 for an item in progress. Not part of the item's value.
+    quint64 id = 0;
 
     bool operator==(const Item& other) const;
 };

@@ -1,8 +1,8 @@
 #include "AppDelegate.h"
-#include "Defaults.h"
 #include "HotKeyConfig.h"
 #include "HotKeyManager.h"
 #include "NotificationCounter.h"
+#include "Settings.h"
 #include "SettingsWindow.h"
 #include "ShortcutRecorder.h"
 #include "TestSettings.h"
@@ -50,7 +50,7 @@ class SettingsWindowTest : public QObject {
 private Q_SLOTS:
     void init() {
         settings = std::make_unique<TestSettings>();
-        Defaults::setValue(QStringLiteral("didShowWelcome"), true);
+        Settings::shared().setDidShowWelcome(true);
         delegate = std::make_unique<AppDelegate>();
         delegate->applicationDidFinishLaunching();
         HotKeyManager::shared().onPress = [this] { ++presses; };
@@ -73,15 +73,16 @@ private Q_SLOTS:
         NotificationCounter repaints(drawingStoreChanged);
         window->fadeComboBox()->setFocus();
         QTest::keyClick(window->fadeComboBox(), Qt::Key_Down);
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 8.0);
+        QCOMPARE(Settings::shared().fadeSeconds(), 8.0);
         QCOMPARE(repaints.count, 0);
         QTest::mouseClick(window->hintBarCheckBox(), Qt::LeftButton);
-        QVERIFY(Defaults::hasObject("hudVisible") && !Defaults::boolValue("hudVisible"));
+        QVERIFY(Settings::shared().contains(Settings::Key::hudVisible) &&
+                !Settings::shared().hudVisible());
 
         // Reopening brings back the same window, showing what is stored by then.
         window->close();
-        Defaults::setValue(QStringLiteral("fadeSeconds"), 2.5);
-        Defaults::setValue(QStringLiteral("hudVisible"), true);
+        Settings::shared().setFadeSeconds(2.5);
+        Settings::shared().setHudVisible(true);
         SettingsWindow* first = window;
         openWindow();
         delegate->showSettings();
@@ -111,7 +112,7 @@ private Q_SLOTS:
         QVERIFY(!recording());
         QCOMPARE(caption(), addModifier);
         QCOMPARE(button(), QStringLiteral("⌃⌥D"));
-        QVERIFY(!Defaults::hasObject(QStringLiteral("hkCode")));
+        QVERIFY(!Settings::shared().contains(Settings::Key::hotKeyCode));
         expectShortcutWorks("ctrl+alt+d");
         // A fresh start clears the message; the button ends a recording too.
         clickShortcutButton();
@@ -152,7 +153,7 @@ private Q_SLOTS:
         QVERIFY(recording() && !registered());
         window->close();
         QVERIFY(!recording() && registered());
-        QVERIFY(!Defaults::hasObject(QStringLiteral("hkCode")));
+        QVERIFY(!Settings::shared().contains(Settings::Key::hotKeyCode));
         expectShortcutWorks("ctrl+alt+d");
         openWindow();
         QCOMPARE(button(), QStringLiteral("⌃⌥D"));

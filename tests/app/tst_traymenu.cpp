@@ -1,10 +1,10 @@
 #include "AppDelegate.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "HotKeyConfig.h"
 #include "NotificationCounter.h"
 #include "OverlayController.h"
 #include "PencilIconEngine.h"
+#include "Settings.h"
 #include "TestSettings.h"
 #include "XdgAutostartLoginItem.h"
 
@@ -78,12 +78,12 @@ private Q_SLOTS:
     }
     void init() {
         settings = std::make_unique<TestSettings>();
-        Defaults::setValue(QStringLiteral("didShowWelcome"), true);
+        Settings::shared().setDidShowWelcome(true);
         delegate = std::make_unique<AppDelegate>();
         delegate->applicationDidFinishLaunching();
     }
     void cleanup() {
-        if (store().isDrawing)
+        if (store().isDrawing())
             OverlayController::shared().stop();
         store().clear();
         delegate.reset();
@@ -114,13 +114,13 @@ private Q_SLOTS:
         QCOMPARE(icon(), icon(false));
         openMenu();
         item("Start Drawing")->trigger();
-        QVERIFY2(!store().isDrawing, "the menu must close before drawing starts");
-        QTRY_VERIFY(store().isDrawing);
+        QVERIFY2(!store().isDrawing(), "the menu must close before drawing starts");
+        QTRY_VERIFY(store().isDrawing());
         QCOMPARE(icon(), icon(true));
         QCOMPARE(openMenu().first(), QStringLiteral("Stop Drawing   (⌃⌥D)"));
         item("Stop Drawing")->trigger();
-        QVERIFY(store().isDrawing);
-        QTRY_VERIFY(!store().isDrawing);
+        QVERIFY(store().isDrawing());
+        QTRY_VERIFY(!store().isDrawing());
         QCOMPARE(icon(), icon(false));
         // Any other way of stopping turns the icon back as well.
         OverlayController::shared().start();
@@ -136,20 +136,20 @@ private Q_SLOTS:
     }
 
     void fadeChoiceMarksTheStoredValue_data() {
-        QTest::addColumn<QVariant>("stored");
+        QTest::addColumn<double>("stored");
         QTest::addColumn<QString>("checked");
-        QTest::newRow("0") << QVariant(0.0) << "Never";
-        QTest::newRow("2") << QVariant(2.0) << "2 seconds";
-        QTest::newRow("8") << QVariant(8.0) << "8 seconds";
-        QTest::newRow("15") << QVariant(15.0) << "15 seconds";
-        QTest::newRow("3.0 is no choice") << QVariant(3.0) << "";
-        QTest::newRow("2.5 truncates to 2") << QVariant(2.5) << "2 seconds";
-        QTest::newRow("-0.5 truncates to 0") << QVariant(-0.5) << "Never";
+        QTest::newRow("0") << 0.0 << "Never";
+        QTest::newRow("2") << 2.0 << "2 seconds";
+        QTest::newRow("8") << 8.0 << "8 seconds";
+        QTest::newRow("15") << 15.0 << "15 seconds";
+        QTest::newRow("3.0 is no choice") << 3.0 << "";
+        QTest::newRow("2.5 truncates to 2") << 2.5 << "2 seconds";
+        QTest::newRow("-0.5 truncates to 0") << -0.5 << "Never";
     }
     void fadeChoiceMarksTheStoredValue() {
-        QFETCH(QVariant, stored);
+        QFETCH(double, stored);
         QFETCH(QString, checked);
-        Defaults::setValue(QStringLiteral("fadeSeconds"), stored);
+        Settings::shared().setFadeSeconds(stored);
         QString marked;
         for (const QAction* action : fadeMenu()->actions())
             marked += action->isChecked() ? action->text() : QString();
@@ -159,12 +159,12 @@ private Q_SLOTS:
     void choosingAFadeDelayStoresItAndRepaints() {
         NotificationCounter repaints(drawingStoreChanged);
         fadeMenu()->actions().first()->trigger();
-        QVERIFY(Defaults::hasObject(QStringLiteral("fadeSeconds")));
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 0.0);
+        QVERIFY(Settings::shared().contains(Settings::Key::fadeSeconds));
+        QCOMPARE(Settings::shared().fadeSeconds(), 0.0);
         QCOMPARE(repaints.take(), 1);
         QVERIFY(fadeMenu()->actions().first()->isChecked());
         fadeMenu()->actions().last()->trigger();
-        QCOMPARE(Defaults::doubleValue(QStringLiteral("fadeSeconds")), 15.0);
+        QCOMPARE(Settings::shared().fadeSeconds(), 15.0);
     }
 
     void launchAtLoginWritesAndRemovesTheAutostartEntry() {

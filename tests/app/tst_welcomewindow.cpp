@@ -1,7 +1,7 @@
 #include "AppDelegate.h"
-#include "Defaults.h"
 #include "HotKeyConfig.h"
 #include "HotKeyManager.h"
+#include "Settings.h"
 #include "TestSettings.h"
 #include "WelcomeWindow.h"
 #include "XTestSupport.h"
@@ -26,7 +26,7 @@ private Q_SLOTS:
         {
             AppDelegate firstRun;
             firstRun.applicationDidFinishLaunching();
-            QVERIFY(Defaults::boolValue(QStringLiteral("didShowWelcome")));
+            QVERIFY(Settings::shared().didShowWelcome());
             QVERIFY(firstRun.welcomeWindow() &&
                     QTest::qWaitForWindowExposed(firstRun.welcomeWindow()));
             QTRY_COMPARE(XDesktop::windowsNamed(title).size(), 1);

@@ -29,8 +29,8 @@ inline QString itemProblem(const Item& item) {
 }
 
 inline QString check(const DrawingStore& store) {
-    if (store.colorIndex < 0 || store.colorIndex >= qsizetype(palette().size()))
-        return QStringLiteral("colour index %1").arg(store.colorIndex);
+    if (store.colorIndex() < 0 || store.colorIndex() >= qsizetype(palette().size()))
+        return QStringLiteral("colour index %1").arg(store.colorIndex());
     const std::vector<Item>& items = store.items();
     for (size_t i = 0; i < items.size(); ++i) {
         const Item& item = items[i];
@@ -63,8 +63,8 @@ inline QString check(const DrawingStore& store) {
 
 // After the keys have had their say, the width is within its bounds.
 inline QString checkWidth(const DrawingStore& store) {
-    if (!(store.width >= 2 && store.width <= 16))
-        return QStringLiteral("width %1").arg(store.width);
+    if (!(store.width() >= 2 && store.width() <= 16))
+        return QStringLiteral("width %1").arg(store.width());
     return {};
 }
 

@@ -1,8 +1,8 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "InkMask.h"
 #include "Renderer.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QtTest>
@@ -18,8 +18,8 @@ class InkMaskTest : public QObject {
     std::unique_ptr<DrawingStore> store;
 
     void stroke(Tool tool, QPointF from, QPointF to, qreal width = 6) {
-        store->tool = tool;
-        store->width = width;
+        store->setTool(tool);
+        store->setWidth(width);
         store->begin(from);
         store->update((from + to) / 2);
         store->finishStroke(to);
@@ -35,8 +35,7 @@ class InkMaskTest : public QObject {
 private Q_SLOTS:
     void init() {
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
+
         Clock::setFixedNow(t0);
         store = std::make_unique<DrawingStore>();
     }
@@ -78,7 +77,7 @@ private Q_SLOTS:
 
     void textAndTheHintBarWhileDrawing() {
         InkMask mask(QRect(0, 0, 1200, 700), 1);
-        store->tool = Tool::text;
+        store->setTool(Tool::text);
         store->beginText({100, 400});
         store->appendText(QStringLiteral("Hello"));
         const QRegion text = mask.region(*store, t0);
@@ -90,15 +89,16 @@ private Q_SLOTS:
             area += qint64(r.width()) * r.height();
         QVERIFY(area < qint64(text.boundingRect().width()) * text.boundingRect().height() / 2);
 
-        store->isDrawing = true;
-        const QRectF bar = Renderer::hudRect(QRectF(0, 0, 1200, 700), *store);
+        store->setDrawing(true);
+        const QRectF bar =
+            Renderer::hudRect(QRectF(0, 0, 1200, 700), store->tool(), store->colorIndex());
         const QRegion withBar = mask.region(*store, t0);
         QVERIFY(withBar.contains(bar.center().toPoint()));
         QVERIFY(bar.adjusted(-2, -2, 2, 2).contains((withBar - text).boundingRect()));
-        Defaults::setValue(QStringLiteral("hudVisible"), false);
+        Settings::shared().setHudVisible(false);
         QCOMPARE(mask.region(*store, t0), text);
-        store->isDrawing = false;
-        Defaults::setValue(QStringLiteral("hudVisible"), true);
+        store->setDrawing(false);
+        Settings::shared().setHudVisible(true);
         QCOMPARE(mask.region(*store, t0), text);
     }
 
@@ -143,7 +143,7 @@ private Q_SLOTS:
         QVERIFY(heightAt(mask.region(*store, t0 + 4.3), 200, 80, 120) > 0);
         QVERIFY(mask.region(*store, t0 + 4.5).isEmpty());
         // Fading off: it stays whole however old it is.
-        Defaults::setValue(QStringLiteral("fadeSeconds"), 0.0);
+        Settings::shared().setFadeSeconds(0.0);
         QCOMPARE(heightAt(mask.region(*store, t0 + 100), 200, 80, 120), full);
     }
 

@@ -1,9 +1,9 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "OverlayController.h"
 #include "OverlayWindow.h"
 #include "Renderer.h"
+#include "Settings.h"
 #include "TestSettings.h"
 #include "XTestTools.h"
 
@@ -56,8 +56,7 @@ class OverlayCompositorTest : public QObject {
 private Q_SLOTS:
     void initTestCase() {
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
+
         Clock::setFixedNow(t0);
     }
 
@@ -69,8 +68,8 @@ private Q_SLOTS:
         QCOMPARE(before.pixelColor(600, 500), QColor(0x20, 0xa0, 0x40));
 
         controller.start();
-        store.colorIndex = 0;
-        store.width = 6;
+        store.setColorIndex(0);
+        store.setWidth(6);
         QVERIFY(XInput::drag({{300, 500}, {450, 500}, {600, 500}, {750, 500}, {900, 500}}));
         QTRY_COMPARE(store.items().size(), size_t(1));
         const QImage drawing = settledScreenshot();
@@ -79,7 +78,8 @@ private Q_SLOTS:
                      qPrintable(QStringLiteral("no ink at %1,500").arg(x)));
         const QRect stroke(290, 490, 621, 21);
         const QRect hintBar =
-            Renderer::hudRect(QRectF(QGuiApplication::primaryScreen()->geometry()), store)
+            Renderer::hudRect(QRectF(QGuiApplication::primaryScreen()->geometry()), store.tool(),
+                              store.colorIndex())
                 .toAlignedRect()
                 .adjusted(-12, -12, 12, 12);
         // The window manager greys the desktop window's title bar: it lost the keyboard.

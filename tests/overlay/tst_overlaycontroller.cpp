@@ -1,11 +1,11 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "HotKeyManager.h"
 #include "NotificationCounter.h"
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "Settings.h"
 #include "TestSettings.h"
 #include "XTestTools.h"
 
@@ -44,13 +44,11 @@ private Q_SLOTS:
     void initTestCase() {
         QVERIFY(XServer::connection());
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
     }
     void init() {
         Clock::setFixedNow(t0);
-        store.tool = Tool::pen;
-        store.colorIndex = 0;
+        store.setTool(Tool::pen);
+        store.setColorIndex(0);
     }
     void cleanup() {
         controller.stop();
@@ -64,7 +62,7 @@ private Q_SLOTS:
         NotificationCounter changes(drawingStoreChanged);
         NotificationCounter states(drawingStateChanged);
         controller.start();
-        QVERIFY(store.isDrawing);
+        QVERIFY(store.isDrawing());
         QVERIFY(controller.isShown());
         QCOMPARE(changes.take(), 1);
         QCOMPARE(states.take(), 1);
@@ -86,7 +84,7 @@ private Q_SLOTS:
         QCOMPARE(changes.count + states.count, 0);
 
         controller.stop();
-        QVERIFY(!store.isDrawing);
+        QVERIFY(!store.isDrawing());
         QVERIFY(!controller.isShown());
         QVERIFY(waitUntilMapped(false));
         QCOMPARE(changes.take(), 1);
@@ -120,7 +118,7 @@ private Q_SLOTS:
 
         // A rectangle, chosen with a real key press.
         QVERIFY(XInput::key(QStringLiteral("r")));
-        QTRY_COMPARE(store.tool, Tool::rect);
+        QTRY_COMPARE(store.tool(), Tool::rect);
         QVERIFY(XInput::drag({{400, 300}, {450, 330}, {520, 380}}));
         QTRY_COMPARE(store.items().size(), size_t(2));
         QCOMPARE(store.items().back().points,
@@ -136,11 +134,11 @@ private Q_SLOTS:
         QVERIFY(waitForKeyboard(window));
         // Keys typed now reach the overlay, not the application underneath.
         QVERIFY(XInput::key(QStringLiteral("e")));
-        QTRY_COMPARE(store.tool, Tool::ellipse);
+        QTRY_COMPARE(store.tool(), Tool::ellipse);
         QVERIFY(XInput::key(QStringLiteral("bracketright")));
-        QTRY_COMPARE(store.width, 5.0);
+        QTRY_COMPARE(store.width(), 5.0);
         QVERIFY(XInput::key(QStringLiteral("Escape")));
-        QTRY_VERIFY(!store.isDrawing);
+        QTRY_VERIFY(!store.isDrawing());
         QVERIFY(peer.takeLines().filter(QStringLiteral("key ")).isEmpty());
     }
 
@@ -174,7 +172,7 @@ private Q_SLOTS:
         XServer::setInputFocus(windowManager);
         QTRY_COMPARE(XServer::inputFocus(), window->winId());
         QVERIFY(XInput::key(QStringLiteral("h")));
-        QTRY_COMPARE(store.tool, Tool::highlighter);
+        QTRY_COMPARE(store.tool(), Tool::highlighter);
 
         // The user switches to an application: it keeps the keyboard.
         QVERIFY(peer.waitUntilActive());
@@ -182,7 +180,7 @@ private Q_SLOTS:
         QCOMPARE(XServer::inputFocus(), peer.window);
         QVERIFY(XInput::key(QStringLiteral("p")));
         QVERIFY(peer.waitForLine(QStringLiteral("key p")));
-        QCOMPARE(store.tool, Tool::highlighter);
+        QCOMPARE(store.tool(), Tool::highlighter);
     }
 
     void theShortcutStillWorksWhileTheOverlayHasTheKeys() {
@@ -190,12 +188,12 @@ private Q_SLOTS:
         hotKey.onPress = [this] { controller.toggle(); };
         QVERIFY(hotKey.registerHotKey(HotKeyConfig::defaultShortcut()));
         QVERIFY(XInput::key(QStringLiteral("ctrl+alt+d")));
-        QTRY_VERIFY(store.isDrawing);
+        QTRY_VERIFY(store.isDrawing());
         QVERIFY(waitForKeyboard(controller.windows().front()));
         QVERIFY(XInput::key(QStringLiteral("a")));
-        QTRY_COMPARE(store.tool, Tool::arrow);
+        QTRY_COMPARE(store.tool(), Tool::arrow);
         QVERIFY(XInput::key(QStringLiteral("ctrl+alt+d")));
-        QTRY_VERIFY(!store.isDrawing);
+        QTRY_VERIFY(!store.isDrawing());
         hotKey.unregister();
         hotKey.onPress = nullptr;
     }

@@ -1,5 +1,4 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
 #include "InkMask.h"
@@ -8,6 +7,7 @@
 #include "OverlayView.h"
 #include "OverlayWindow.h"
 #include "Renderer.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QElapsedTimer>
@@ -88,8 +88,6 @@ private Q_SLOTS:
     void initTestCase() {
         previousHandler = qInstallMessageHandler(quietHandler);
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
     }
     void cleanup() { Clock::setFixedNow(std::nullopt); }
 
@@ -99,7 +97,7 @@ private Q_SLOTS:
         const qint64 count = setting("QUILLERY_FUZZ_STORE_EVENTS", 900000);
         std::mt19937_64 random(seed());
         DrawingStore store;
-        store.isDrawing = true;
+        store.setDrawing(true);
         double now = t0;
         Clock::setFixedNow(now);
         Trace trace;
@@ -116,7 +114,7 @@ private Q_SLOTS:
                 did = QStringLiteral("tool %1").arg(rawValue(tool));
             } else if (op < 1600) {
                 const QPointF p = randomPoint(random);
-                if (store.tool == Tool::text)
+                if (store.tool() == Tool::text)
                     store.beginText(p);
                 else
                     store.begin(p);
@@ -188,7 +186,7 @@ private Q_SLOTS:
                     DrawingCommands::narrower(store);
                 else
                     DrawingCommands::wider(store);
-                did = QStringLiteral("width %1").arg(store.width);
+                did = QStringLiteral("width %1").arg(store.width());
                 if (const QString problem = ModelInvariants::checkWidth(store); !problem.isEmpty())
                     QFAIL(qPrintable(problem));
             } else if (op < 9999) {
@@ -211,7 +209,7 @@ private Q_SLOTS:
                 // The fade delay changed in the settings, rarely: it is a file write.
                 static const std::array<double, 5> delays{0, 2, 4, 8, 0.5};
                 const double delay = delays[random() % delays.size()];
-                Defaults::setValue(QStringLiteral("fadeSeconds"), delay);
+                Settings::shared().setFadeSeconds(delay);
                 did = QStringLiteral("fade after %1").arg(delay);
             }
             trace.add(QStringLiteral("%1: %2").arg(step).arg(did));
@@ -242,7 +240,7 @@ private Q_SLOTS:
         double now = t0;
         Clock::setFixedNow(now);
         controller.start();
-        QVERIFY(store.isDrawing);
+        QVERIFY(store.isDrawing());
         OverlayView* view = controller.windows().front()->view();
         const QPointF origin = QPointF(view->mapToGlobal(QPoint(0, 0)));
         bool pressed = false;
@@ -364,7 +362,7 @@ private Q_SLOTS:
             } else {
                 // Escape, or the shortcut: a session ends, and another begins.
                 QTest::keyClick(view, Qt::Key_Escape);
-                if (store.isDrawing || store.current())
+                if (store.isDrawing() || store.current())
                     QFAIL("Escape left drawing on or an item in progress");
                 controller.start();
                 ++sessions;

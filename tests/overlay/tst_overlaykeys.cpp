@@ -1,11 +1,11 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "NotificationCounter.h"
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
 #include "PaletteColor.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QtTest>
@@ -41,7 +41,7 @@ class OverlayKeysTest : public QObject {
         QTest::mouseRelease(view(), Qt::LeftButton, {}, to);
     }
     void startTyping(const QString& text = {}) {
-        store.tool = Tool::text;
+        store.setTool(Tool::text);
         QTest::mouseClick(view(), Qt::LeftButton, {}, QPoint(50, 60));
         QVERIFY(store.current() && store.current()->kind == Tool::text);
         store.appendText(text);
@@ -51,14 +51,13 @@ class OverlayKeysTest : public QObject {
 private Q_SLOTS:
     void init() {
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
+
         Clock::setFixedNow(1000.0);
         controller.start();
-        QVERIFY(store.isDrawing);
-        store.tool = Tool::pen;
-        store.colorIndex = 0;
-        store.width = 4;
+        QVERIFY(store.isDrawing());
+        store.setTool(Tool::pen);
+        store.setColorIndex(0);
+        store.setWidth(4);
     }
     void cleanup() {
         controller.stop();
@@ -80,11 +79,11 @@ private Q_SLOTS:
         press(Qt::Key_Escape);
         commitStroke({10, 10}, {90, 90});
         QCOMPARE(changes.count, 0);
-        QCOMPARE(store.tool, Tool::pen);
-        QCOMPARE(store.width, 4.0);
-        QCOMPARE(store.colorIndex, 0);
+        QCOMPARE(store.tool(), Tool::pen);
+        QCOMPARE(store.width(), 4.0);
+        QCOMPARE(store.colorIndex(), 0);
         QCOMPARE(store.items().size(), items);
-        QVERIFY(Defaults::boolValue(QStringLiteral("hudVisible")));
+        QVERIFY(Settings::shared().hudVisible());
     }
 
     void toolKeys_data() {
@@ -104,10 +103,10 @@ private Q_SLOTS:
         QFETCH(char, key);
         QFETCH(bool, shift);
         QFETCH(Tool, tool);
-        store.tool = Tool::highlighter == tool ? Tool::pen : Tool::highlighter;
+        store.setTool(Tool::highlighter == tool ? Tool::pen : Tool::highlighter);
         NotificationCounter changes(drawingStoreChanged);
         type(key, shift ? Qt::ShiftModifier : Qt::NoModifier);
-        QCOMPARE(store.tool, tool);
+        QCOMPARE(store.tool(), tool);
         QCOMPARE(changes.count, 1);
     }
 
@@ -119,8 +118,8 @@ private Q_SLOTS:
         QTest::mouseRelease(view(), Qt::LeftButton, {}, QPoint(80, 80));
         QCOMPARE(store.items().back().kind, Tool::pen);
         QCOMPARE(store.items().back().color, paletteColor(0).color);
-        QCOMPARE(store.tool, Tool::rect);
-        QCOMPARE(store.colorIndex, 3);
+        QCOMPARE(store.tool(), Tool::rect);
+        QCOMPARE(store.colorIndex(), 3);
     }
 
     void clearAndUndo() {
@@ -140,7 +139,7 @@ private Q_SLOTS:
         // Ctrl with anything but Z is no command, not even its plain letter's.
         for (char letter : {'c', 'p', 'r', 'u'})
             ctrl(letter);
-        QCOMPARE(store.tool, Tool::pen);
+        QCOMPARE(store.tool(), Tool::pen);
         QCOMPARE(store.items().size(), size_t(1));
         QCOMPARE(changes.take(), 0);
 
@@ -153,38 +152,38 @@ private Q_SLOTS:
         NotificationCounter changes(drawingStoreChanged);
         for (int i = 0; i < 5; ++i)
             type('[');
-        QCOMPARE(store.width, 2.0);
+        QCOMPARE(store.width(), 2.0);
         QCOMPARE(changes.take(), 5); // announced even at the bound
         for (int i = 0; i < 20; ++i)
             type(']');
-        QCOMPARE(store.width, 16.0);
+        QCOMPARE(store.width(), 16.0);
 
-        store.width = 3.5;
+        store.setWidth(3.5);
         type(']');
-        QCOMPARE(store.width, 4.5);
+        QCOMPARE(store.width(), 4.5);
         type('[');
         type('[');
-        QCOMPARE(store.width, 2.5);
+        QCOMPARE(store.width(), 2.5);
         type('[');
-        QCOMPARE(store.width, 2.0);
-        store.width = 13.25;
+        QCOMPARE(store.width(), 2.0);
+        store.setWidth(13.25);
         type(']');
         type(']');
-        QCOMPARE(store.width, 15.25);
+        QCOMPARE(store.width(), 15.25);
         type(']');
-        QCOMPARE(store.width, 16.0);
+        QCOMPARE(store.width(), 16.0);
     }
 
     void tabTogglesTheHintBar() {
         NotificationCounter changes(drawingStoreChanged);
         // Through QTest, so Tab travels the way Qt's focus chain would see it.
         QTest::keyClick(view(), Qt::Key_Tab);
-        QVERIFY(!Defaults::boolValue(QStringLiteral("hudVisible")));
-        QVERIFY(Defaults::hasObject(QStringLiteral("hudVisible")));
+        QVERIFY(!Settings::shared().hudVisible());
+        QVERIFY(Settings::shared().contains(Settings::Key::hudVisible));
         QCOMPARE(changes.take(), 1);
         QVERIFY(view()->hasFocus() || !QApplication::focusWidget());
         QTest::keyClick(view(), Qt::Key_Tab);
-        QVERIFY(Defaults::boolValue(QStringLiteral("hudVisible")));
+        QVERIFY(Settings::shared().hudVisible());
         QCOMPARE(changes.take(), 1);
         // Written to the settings file, where the next read of any part finds it.
         QTest::keyClick(view(), Qt::Key_Tab);
@@ -203,16 +202,16 @@ private Q_SLOTS:
     void colourKeys() {
         QFETCH(char, key);
         QFETCH(int, colorIndex);
-        store.colorIndex = 2;
+        store.setColorIndex(2);
         NotificationCounter changes(drawingStoreChanged);
         type(key);
-        QCOMPARE(store.colorIndex, colorIndex < 0 ? 2 : colorIndex);
+        QCOMPARE(store.colorIndex(), colorIndex < 0 ? 2 : colorIndex);
         QCOMPARE(changes.count, colorIndex < 0 ? 0 : 1);
     }
 
     void keypadDigitsChooseColours() {
         press(Qt::Key_5, Qt::KeypadModifier, QStringLiteral("5"));
-        QCOMPARE(store.colorIndex, 4);
+        QCOMPARE(store.colorIndex(), 4);
     }
 
     void unknownKeysDoNothing() {
@@ -225,8 +224,8 @@ private Q_SLOTS:
         press(Qt::Key_Return, Qt::NoModifier, QStringLiteral("\r"));
         press(Qt::Key_Backspace, Qt::NoModifier, QStringLiteral("\b"));
         QCOMPARE(changes.count, 0);
-        QCOMPARE(store.tool, Tool::pen);
-        QVERIFY(store.isDrawing);
+        QCOMPARE(store.tool(), Tool::pen);
+        QVERIFY(store.isDrawing());
     }
 
     void typingText() {
@@ -238,8 +237,8 @@ private Q_SLOTS:
         type('H', Qt::ShiftModifier);
         QCOMPARE(typed(), QStringLiteral("cup1[H"));
         QCOMPARE(changes.take(), 6);
-        QCOMPARE(store.tool, Tool::text);
-        QCOMPARE(store.colorIndex, 0);
+        QCOMPARE(store.tool(), Tool::text);
+        QCOMPARE(store.colorIndex(), 0);
 
         // Keys that type nothing add nothing and announce nothing.
         press(Qt::Key_Tab, Qt::NoModifier, QStringLiteral("\t"));
@@ -284,7 +283,7 @@ private Q_SLOTS:
         startTyping(QStringLiteral("half"));
         NotificationCounter states(drawingStateChanged);
         press(Qt::Key_Escape, Qt::NoModifier, QStringLiteral("\x1b"));
-        QVERIFY(!store.isDrawing);
+        QVERIFY(!store.isDrawing());
         QCOMPARE(states.count, 1);
         QVERIFY(!store.current());
         QCOMPARE(store.items().back().text, QStringLiteral("half"));
@@ -295,7 +294,7 @@ private Q_SLOTS:
 
     void escapeWithModifiersStillStops() {
         press(Qt::Key_Escape, Qt::ShiftModifier | Qt::ControlModifier);
-        QVERIFY(!store.isDrawing);
+        QVERIFY(!store.isDrawing());
         QVERIFY(!controller.isShown());
     }
 
@@ -309,7 +308,7 @@ private Q_SLOTS:
         store.appendText(QStringLiteral("two"));
         // With another tool, the click commits the text and starts a stroke.
         type('x'); // typed into the text, not a command
-        store.tool = Tool::rect;
+        store.setTool(Tool::rect);
         QTest::mousePress(view(), Qt::LeftButton, {}, QPoint(300, 300));
         QCOMPARE(store.items().back().text, QStringLiteral("twox"));
         QCOMPARE(store.current()->kind, Tool::rect);

@@ -1,10 +1,10 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
 #include "Renderer.h"
+#include "Settings.h"
 #include "TestSettings.h"
 #include "XTestTools.h"
 
@@ -100,10 +100,10 @@ class OverlayMonitorsTest : public QObject {
     int blackPixels() const {
         const QImage shot = XServer::screenshot();
         QList<QRect> hintBars;
-        if (store.isDrawing)
+        if (store.isDrawing())
             for (QScreen* screen : QGuiApplication::screens())
                 hintBars << Renderer::hudRect(QRectF(QPointF(0, 0), screen->geometry().size()),
-                                              store)
+                                              store.tool(), store.colorIndex())
                                 .translated(screen->geometry().topLeft())
                                 .toAlignedRect()
                                 .adjusted(-3, -3, 3, 3);
@@ -137,8 +137,7 @@ private Q_SLOTS:
         QVERIFY(XServer::run(QStringLiteral("xsetroot"),
                              {QStringLiteral("-solid"), QStringLiteral("#3060a0")}));
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), false}});
+        Settings::shared().setHudVisible(false);
     }
     void init() {
         if (screenRects() != QList<QRect>{left, right})
@@ -146,9 +145,9 @@ private Q_SLOTS:
         QTRY_COMPARE(screenRects(), (QList<QRect>{left, right}));
         waitForScreensToSettle();
         Clock::setFixedNow(t0);
-        store.tool = Tool::pen;
-        store.colorIndex = 0;
-        store.width = 6;
+        store.setTool(Tool::pen);
+        store.setColorIndex(0);
+        store.setWidth(6);
     }
     void cleanup() {
         controller.stop();
@@ -165,7 +164,7 @@ private Q_SLOTS:
         QTRY_COMPARE(windowRects(), (QList<QRect>{left, right}));
         QTRY_VERIFY(holdsKeyboard(controller.windows()[1]));
         QVERIFY(XInput::key(QStringLiteral("h")));
-        QTRY_COMPARE(store.tool, Tool::highlighter);
+        QTRY_COMPARE(store.tool(), Tool::highlighter);
     }
 
     void strokesInGlobalCoordinates() {
@@ -205,13 +204,13 @@ private Q_SLOTS:
         QVERIFY(XInput::release());
         QTRY_COMPARE(windowRects(), QList<QRect>{left});
         QTRY_COMPARE(overlayWindowsAlive(), size_t(1));
-        QVERIFY(store.isDrawing);
+        QVERIFY(store.isDrawing());
         QVERIFY(controller.isShown());
         QCOMPARE(store.items().size(), size_t(1));
         // The remaining monitor's window has the keyboard and the mouse.
         QTRY_VERIFY(holdsKeyboard(controller.windows()[0]));
         QVERIFY(XInput::key(QStringLiteral("r")));
-        QTRY_COMPARE(store.tool, Tool::rect);
+        QTRY_COMPARE(store.tool(), Tool::rect);
         QVERIFY(XInput::drag({{300, 300}, {400, 380}}));
         QTRY_COMPARE(store.items().back().kind, Tool::rect);
         // The stroke cut short by the unplugging is kept.
@@ -241,7 +240,7 @@ private Q_SLOTS:
         QTRY_VERIFY(XServer::isViewable(window->winId()));
         QCOMPARE(XServer::inputShapeRectangles(window->winId()), 0);
         QVERIFY(XServer::inputFocus() != window->winId());
-        QVERIFY(!store.isDrawing);
+        QVERIFY(!store.isDrawing());
         QCOMPARE(store.items().size(), size_t(2));
 
         // The monitor moves while the ink fades: new windows again, click-through.

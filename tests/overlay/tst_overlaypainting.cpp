@@ -1,10 +1,9 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
-#include "NotificationCenter.h"
 #include "OverlayView.h"
 #include "Renderer.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QPainter>
@@ -42,7 +41,7 @@ class OverlayPaintingTest : public QObject {
         QPainter painter(&image);
         painter.setCompositionMode(QPainter::CompositionMode_Source);
         painter.fillRect(QRectF(QPointF(), QSizeF(screen.size())),
-                         QColor::fromRgbF(0, 0, 0, store->isDrawing ? 0.01f : 0.0f));
+                         QColor::fromRgbF(0, 0, 0, store->isDrawing() ? 0.01f : 0.0f));
         painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
         painter.translate(-QPointF(screen.topLeft()));
         const double now = Clock::now();
@@ -51,8 +50,10 @@ class OverlayPaintingTest : public QObject {
         if (const auto& current = store->current())
             Renderer::draw(painter, *current, 1.0, current->kind == Tool::text);
         painter.resetTransform();
-        if (store->isDrawing)
-            Renderer::drawHUDIfVisible(painter, QRectF(QPointF(), QSizeF(screen.size())), *store);
+        if (store->isDrawing())
+            if (Settings::shared().hudVisible())
+                Renderer::drawHUD(painter, QRectF(QPointF(), QSizeF(screen.size())), store->tool(),
+                                  store->colorIndex());
         return image;
     }
 
@@ -139,8 +140,7 @@ class OverlayPaintingTest : public QObject {
 private Q_SLOTS:
     void init() {
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
+
         Clock::setFixedNow(t0);
         store = std::make_unique<DrawingStore>();
         view = std::make_unique<OverlayView>(*store);
@@ -171,8 +171,8 @@ private Q_SLOTS:
         const QPointF o = screen.topLeft();
 
         check(QStringLiteral("drawing starts"), [&] {
-            store->isDrawing = true;
-            NotificationCenter::defaultCenter().post(drawingStoreChanged);
+            store->setDrawing(true);
+            store->announceModeSwitch();
         });
         std::vector<QPointF> wave;
         for (int i = 0; i <= 40; ++i)
@@ -212,10 +212,10 @@ private Q_SLOTS:
                   [&] { store->appendText(QString(character)); });
         check(QStringLiteral("backspace"), [&] { store->deleteLastCharacter(); });
         check(QStringLiteral("text committed"), [&] { store->commitText(); });
-        check(QStringLiteral("hint bar hidden"), [] { DrawingCommands::toggleHintBar(); });
+        check(QStringLiteral("hint bar hidden"), [&] { DrawingCommands::toggleHintBar(*store); });
         drag(QStringLiteral("pen under where the hint bar was"), Tool::pen,
              {o + QPointF(150, 75), o + QPointF(260, 85), o + QPointF(400, 78)});
-        check(QStringLiteral("hint bar shown"), [] { DrawingCommands::toggleHintBar(); });
+        check(QStringLiteral("hint bar shown"), [&] { DrawingCommands::toggleHintBar(*store); });
         check(QStringLiteral("undo the pen"), [&] { DrawingCommands::undo(*store); });
         check(QStringLiteral("undo the text"), [&] { DrawingCommands::undo(*store); });
 
@@ -234,22 +234,22 @@ private Q_SLOTS:
         fadeTo(QStringLiteral("late pen stroke fading"), 7.4);
         fadeTo(QStringLiteral("late highlighter fading too"), 7.9);
         check(QStringLiteral("fading switched off"), [&] {
-            Defaults::setValue(QStringLiteral("fadeSeconds"), 0.0);
-            NotificationCenter::defaultCenter().post(drawingStoreChanged);
+            Settings::shared().setFadeSeconds(0.0);
+            store->announceDisplayChange();
         });
         check(QStringLiteral("fading back on"), [&] {
-            Defaults::setValue(QStringLiteral("fadeSeconds"), 4.0);
-            NotificationCenter::defaultCenter().post(drawingStoreChanged);
+            Settings::shared().setFadeSeconds(4.0);
+            store->announceDisplayChange();
         });
         drag(QStringLiteral("scribble across the right edge"), Tool::highlighter,
              scribble(o + QPointF(540, 200), 60, 40));
         check(QStringLiteral("drawing stops"), [&] {
-            store->isDrawing = false;
-            NotificationCenter::defaultCenter().post(drawingStoreChanged);
+            store->setDrawing(false);
+            store->announceModeSwitch();
         });
         check(QStringLiteral("drawing again"), [&] {
-            store->isDrawing = true;
-            NotificationCenter::defaultCenter().post(drawingStoreChanged);
+            store->setDrawing(true);
+            store->announceModeSwitch();
         });
         check(QStringLiteral("clear"), [&] { DrawingCommands::clear(*store); });
         fadeTo(QStringLiteral("the timer finds nothing left"), 20);

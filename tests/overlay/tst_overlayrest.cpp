@@ -1,8 +1,8 @@
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QtTest>
@@ -57,10 +57,9 @@ class OverlayRestTest : public QObject {
 private Q_SLOTS:
     void init() {
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 0.0}, {QStringLiteral("hudVisible"), true}});
-        store.tool = Tool::pen;
-        store.width = 6;
+        Settings::shared().setFadeSeconds(0.0);
+        store.setTool(Tool::pen);
+        store.setWidth(6);
     }
     void cleanup() {
         controller.stop();
@@ -99,7 +98,7 @@ private Q_SLOTS:
     }
 
     void afterTheLastItemFadesNothingRuns() {
-        Defaults::setValue(QStringLiteral("fadeSeconds"), 0.2);
+        Settings::shared().setFadeSeconds(0.2);
         controller.start();
         drawStroke({100, 100}, {300, 200});
         controller.stop();

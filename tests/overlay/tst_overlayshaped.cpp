@@ -1,10 +1,10 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
 #include "Renderer.h"
+#include "Settings.h"
 #include "TestSettings.h"
 #include "XTestTools.h"
 
@@ -81,7 +81,8 @@ class OverlayShapedTest : public QObject {
         return extents && extents->bounding_shaped;
     }
     QRect hintBar() const {
-        return Renderer::hudRect(QRectF(QGuiApplication::primaryScreen()->geometry()), store)
+        return Renderer::hudRect(QRectF(QGuiApplication::primaryScreen()->geometry()), store.tool(),
+                                 store.colorIndex())
             .toAlignedRect()
             .adjusted(-12, -12, 12, 12);
     }
@@ -97,16 +98,15 @@ private Q_SLOTS:
     void initTestCase() {
         QVERIFY(XServer::connection());
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
+
         // A shape the server refuses would show up only here.
         QTest::failOnWarning(QRegularExpression(QStringLiteral("XCB error")));
     }
     void init() {
         Clock::setFixedNow(t0);
-        store.tool = Tool::pen;
-        store.colorIndex = 0;
-        store.width = 6;
+        store.setTool(Tool::pen);
+        store.setColorIndex(0);
+        store.setWidth(6);
     }
     void cleanup() {
         controller.stop();
@@ -186,7 +186,7 @@ private Q_SLOTS:
         const QImage before = settledScreenshot();
         controller.start();
         const auto draw = [this](Tool tool, QPointF from, QPointF to) {
-            store.tool = tool;
+            store.setTool(tool);
             store.begin(from);
             store.update((from + to) / 2);
             store.finishStroke(to);
@@ -195,7 +195,7 @@ private Q_SLOTS:
         draw(Tool::ellipse, {500, 250}, {700, 350});
         draw(Tool::rect, {800, 250}, {1000, 350});
         draw(Tool::highlighter, {200, 600}, {600, 600});
-        store.tool = Tool::text;
+        store.setTool(Tool::text);
         store.beginText({700, 600});
         store.appendText(QStringLiteral("Hello"));
         QTRY_VERIFY(isRed(XServer::screenshot().pixelColor(300, 300)));

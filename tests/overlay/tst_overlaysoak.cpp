@@ -1,11 +1,11 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "InkMask.h"
 #include "ModelInvariants.h"
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QFile>
@@ -65,8 +65,6 @@ private Q_SLOTS:
     void initTestCase() {
         previousHandler = qInstallMessageHandler(quietHandler);
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
     }
 
     void tenThousandStrokesDrawnAndFaded() {
@@ -84,7 +82,7 @@ private Q_SLOTS:
 
         const auto drawStroke = [&](int index) {
             OverlayView* view = controller.windows().front()->view();
-            store.tool = allTools[size_t(index) % allTools.size()];
+            store.setTool(allTools[size_t(index) % allTools.size()]);
             std::uniform_real_distribution<double> x(0, screen.width()), y(0, screen.height());
             QPointF at(x(random), y(random));
             const auto send = [&](QEvent::Type type, Qt::MouseButton button,
@@ -94,7 +92,7 @@ private Q_SLOTS:
                 QApplication::sendEvent(view, &event);
             };
             send(QEvent::MouseButtonPress, Qt::LeftButton, Qt::LeftButton);
-            if (store.tool == Tool::text) {
+            if (store.tool() == Tool::text) {
                 QTest::keyClicks(view, QStringLiteral("Slide %1").arg(index));
                 QTest::keyClick(view, Qt::Key_Return);
                 return;

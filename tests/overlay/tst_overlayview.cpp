@@ -1,9 +1,9 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
 #include "Renderer.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QScreen>
@@ -31,7 +31,7 @@ class OverlayViewTest : public QObject {
         return most;
     }
     void commitStroke(QPointF from, QPointF to, int colorIndex) {
-        store->colorIndex = colorIndex;
+        store->setColorIndex(colorIndex);
         store->begin(from);
         store->finishStroke(to);
     }
@@ -39,11 +39,9 @@ class OverlayViewTest : public QObject {
 private Q_SLOTS:
     void init() {
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults(
-            {{QStringLiteral("fadeSeconds"), 4.0}, {QStringLiteral("hudVisible"), true}});
         Clock::setFixedNow(t0);
         store = std::make_unique<DrawingStore>();
-        store->width = 8;
+        store->setWidth(8);
         window = std::make_unique<OverlayWindow>(QGuiApplication::primaryScreen(), *store);
     }
     void cleanup() {
@@ -54,24 +52,50 @@ private Q_SLOTS:
 
     void clearWhenNotDrawingAndAVeilWhileDrawing() {
         QCOMPARE(mostAlphaOutside(picture()), 0);
-        store->isDrawing = true;
+        store->setDrawing(true);
         const QImage drawing = picture();
         const QRect hintBar =
-            Renderer::hudRect(QRectF(window->view()->rect()), *store).toAlignedRect();
+            Renderer::hudRect(QRectF(window->view()->rect()), store->tool(), store->colorIndex())
+                .toAlignedRect();
         QVERIFY(!hintBar.isEmpty());
         // Black at alpha 0.01 everywhere but the hint bar.
         QCOMPARE(drawing.pixelColor(5, 700 % drawing.height()), QColor(0, 0, 0, 3));
         QCOMPARE(mostAlphaOutside(drawing, hintBar.adjusted(-2, -2, 2, 2)), 3);
         QVERIFY(drawing.pixelColor(hintBar.center()).alpha() > 100);
 
-        Defaults::setValue(QStringLiteral("hudVisible"), false);
+        Settings::shared().setHudVisible(false);
         QCOMPARE(mostAlphaOutside(picture()), 3);
+    }
+
+    // Settings live in memory: pointer events, paints and fade ticks never go
+    // to the settings file, however long the stroke.
+    void aLongStrokeNeverReadsTheSettingsFile() {
+        store->setDrawing(true);
+        window->show();
+        commitStroke({10, 10}, {90, 90}, 1); // something that fades, so the delay matters
+        const int reads = Settings::shared().fileReads();
+        const auto send = [&](QEvent::Type type, QPointF at) {
+            QMouseEvent event(type, at, at, at, Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+            QCoreApplication::sendEvent(window->view(), &event);
+        };
+        send(QEvent::MouseButtonPress, {100, 100});
+        for (int i = 1; i <= 1000; ++i) {
+            send(QEvent::MouseMove, QPointF(100 + i % 300, 100 + i / 4));
+            if (i % 50 == 0)
+                QCoreApplication::processEvents();
+        }
+        send(QEvent::MouseButtonRelease, {400, 400});
+        Clock::setFixedNow(t0 + 4.4);
+        store->announceDisplayChange();
+        QVERIFY(mostAlphaOutside(picture()) > 100);
+        QCOMPARE(store->items().back().points.size(), size_t(1002));
+        QCOMPARE(Settings::shared().fileReads(), reads);
     }
 
     void itemsFadeAndTheItemInProgressIsOnTop() {
         commitStroke({50, 100}, {350, 100}, 3); // blue, across
         Clock::setFixedNow(t0 + 4.4);           // halfway through its fade
-        store->colorIndex = 0;
+        store->setColorIndex(0);
         store->begin({200, 20}); // red, down through the blue, not finished
         store->update({200, 180});
         QImage image = picture();

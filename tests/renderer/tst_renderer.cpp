@@ -1,7 +1,7 @@
 #include "Canvas.h"
-#include "Defaults.h"
 #include "PaletteColor.h"
 #include "Renderer.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QFontDatabase>
@@ -56,10 +56,7 @@ private Q_SLOTS:
         QTest::newRow("1x") << 1.0;
         QTest::newRow("2x") << 2.0;
     }
-    void init() {
-        settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults({{QStringLiteral("hudVisible"), true}});
-    }
+    void init() { settings = std::make_unique<TestSettings>(); }
 
     void penStrokeColourWidthAndAlpha() {
         const Canvas line = painted(item(Tool::pen, {{30, 40}, {170, 40}}, 8));
@@ -197,11 +194,8 @@ private Q_SLOTS:
             "     P pen  A arrow  E ellipse  R rectangle  H highlighter  T text     1–6 color  "
             "[ ] size     ⌘Z undo  C clear all  Tab hide hint  Esc done");
         QCOMPARE(hints.toUtf8().size(), 144);
-        DrawingStore store;
-        QCOMPARE(Renderer::hudLine(store), QString::fromUtf8("Pen · Red") + hints);
-        store.tool = Tool::rect;
-        store.colorIndex = 2;
-        QCOMPARE(Renderer::hudLine(store), QString::fromUtf8("Rectangle · Green") + hints);
+        QCOMPARE(Renderer::hudLine(Tool::pen, 0), QString::fromUtf8("Pen · Red") + hints);
+        QCOMPARE(Renderer::hudLine(Tool::rect, 2), QString::fromUtf8("Rectangle · Green") + hints);
     }
 
     // Centred on any bounds, so a longer line widens the bar on both sides.
@@ -209,19 +203,16 @@ private Q_SLOTS:
         for (const auto& [bounds, tool, colour] :
              {std::tuple(QRectF(0, 0, 1280, 400), Tool::pen, 0),
               {QRectF(100, 40, 1100, 300), Tool::highlighter, 3}}) {
-            DrawingStore store;
-            store.tool = tool;
-            store.colorIndex = colour;
             Canvas canvas(QSizeF(bounds.right(), bounds.bottom()), dpr());
-            canvas.paint([&](QPainter& p) { Renderer::drawHUDIfVisible(p, bounds, store); });
+            canvas.paint([&](QPainter& p) { Renderer::drawHUD(p, bounds, tool, colour); });
             // Text width + 52 wide, text height + 14 high, 70 below the top.
             const QFontMetricsF metrics(font(12, QFont::Medium));
-            const qreal width = metrics.horizontalAdvance(Renderer::hudLine(store)) + 52;
+            const qreal width = metrics.horizontalAdvance(Renderer::hudLine(tool, colour)) + 52;
             const QRectF bar(bounds.center().x() - width / 2, bounds.top() + 70, width,
                              metrics.height() + 14);
             QVERIFY2(near(canvas.inkBox(), bar, 1), describe(canvas.inkBox()) + describe(bar));
-            QVERIFY(
-                QRectF(Renderer::hudRect(bounds, store).toAlignedRect()).contains(canvas.inkBox()));
+            QVERIFY(QRectF(Renderer::hudRect(bounds, tool, colour).toAlignedRect())
+                        .contains(canvas.inkBox()));
             // A capsule in the bar colour (white level 0.1 at 0.82), its corners empty.
             const QRgb inside = canvas.at({bar.left() + 6, bar.center().y()});
             QVERIFY(near(qAlpha(inside), 209, 2) && near(qRed(inside), 21, 2));
@@ -235,19 +226,6 @@ private Q_SLOTS:
             QVERIFY2(near(swatch, QRectF(centre - QPointF(5, 5), QSizeF(10, 10)), 1),
                      describe(swatch));
         }
-    }
-
-    void hintBarShownOnlyWhileHudVisible() {
-        const auto shown = [] {
-            Canvas canvas({1280, 200}, dpr());
-            canvas.paint([](QPainter& p) { Renderer::drawHUDIfVisible(p, {0, 0, 1280, 200}, {}); });
-            return !canvas.isBlank();
-        };
-        QVERIFY(shown());
-        Defaults::setValue(QStringLiteral("hudVisible"), false);
-        QVERIFY(!shown());
-        Defaults::setValue(QStringLiteral("hudVisible"), true);
-        QVERIFY(shown());
     }
 };
 

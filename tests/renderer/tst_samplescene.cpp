@@ -77,9 +77,9 @@ private Q_SLOTS:
         for (const Drawn& drawn : scene())
             Renderer::draw(painter, drawn.item, drawn.alpha, drawn.editing);
         DrawingStore store;
-        store.tool = Tool::highlighter;
-        store.colorIndex = 1;
-        Renderer::drawHUD(painter, picture.rect(), store);
+        store.setTool(Tool::highlighter);
+        store.setColorIndex(1);
+        Renderer::drawHUD(painter, picture.rect(), store.tool(), store.colorIndex());
         if (const QString target = qEnvironmentVariable("QUILLERY_SAMPLE_PNG"); !target.isEmpty())
             QVERIFY2(picture.save(target, "PNG"), qPrintable(target));
     }

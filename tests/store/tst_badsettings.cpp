@@ -1,9 +1,9 @@
 #include "AppDelegate.h"
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "HotKeyConfig.h"
 #include "OverlayController.h"
+#include "Settings.h"
 #include "SettingsWindow.h"
 #include "WelcomeWindow.h"
 
@@ -66,9 +66,8 @@ int runQuillery(int argc, char** argv) {
     DrawingStore& store = overlay.store();
     Clock::setFixedNow(t0);
     overlay.start();
-    say(QStringLiteral("hint bar: ") + (Defaults::boolValue(QStringLiteral("hudVisible"))
-                                            ? QStringLiteral("on")
-                                            : QStringLiteral("off")));
+    say(QStringLiteral("hint bar: ") +
+        (Settings::shared().hudVisible() ? QStringLiteral("on") : QStringLiteral("off")));
     store.begin({100, 100});
     store.finishStroke({300, 200});
     overlay.stop();
@@ -89,14 +88,14 @@ int runWriter(int argc, char** argv) {
     static const double delays[] = {0, 2, 4, 8, 15};
     for (int i = 0; i < count; ++i) {
         if (group == QLatin1String("menu")) {
-            Defaults::setValue(QStringLiteral("fadeSeconds"), delays[i % 5]);
-            Defaults::setValue(QStringLiteral("hudVisible"), i % 2 == 0);
+            Settings::shared().setFadeSeconds(delays[i % 5]);
+            Settings::shared().setHudVisible(i % 2 == 0);
         } else {
             HotKeyConfig config;
             config.keyCode = quint32(i);
             config.keyName = QStringLiteral("K%1").arg(i);
             config.save();
-            Defaults::setValue(QStringLiteral("didShowWelcome"), true);
+            Settings::shared().setDidShowWelcome(true);
         }
     }
     return 0;

@@ -1,8 +1,8 @@
 #include "Clock.h"
-#include "Defaults.h"
 #include "DrawingStore.h"
 #include "NotificationCounter.h"
 #include "PaletteColor.h"
+#include "Settings.h"
 #include "TestSettings.h"
 
 #include <QProcess>
@@ -35,7 +35,7 @@ class DrawingStoreTest : public QObject {
             if (words.contains(step))
                 (store.*words[step])();
             else if (const auto tool = toolFromRawValue(step))
-                store.tool = *tool;
+                store.setTool(*tool);
             else if (step[0] == u'+')
                 store.appendText(step.mid(1));
             else if (atPoint.contains(step[0]) && xy.size() == 2)
@@ -49,7 +49,6 @@ class DrawingStoreTest : public QObject {
 private Q_SLOTS:
     void init() {
         settings = std::make_unique<TestSettings>();
-        Defaults::registerDefaults({{QStringLiteral("fadeSeconds"), 4.0}});
         Clock::setFixedNow(t0);
     }
     void cleanup() { Clock::setFixedNow(std::nullopt); }
@@ -96,7 +95,7 @@ private Q_SLOTS:
         run(store, before);
         const std::optional<Item> wasCurrent = store.current();
         const bool hadTimer = store.isTimerRunning();
-        NotificationCounter changes(drawingStoreChanged);
+        NotificationCounter changes(drawingStoreChanged, store);
         run(store, action);
         QCOMPARE(changes.count, posts);
         QCOMPARE(int(store.items().size()), items);
@@ -112,9 +111,9 @@ private Q_SLOTS:
 
     void whatItemsHold() {
         DrawingStore store;
-        store.colorIndex = 3;
+        store.setColorIndex(3);
         store.begin({10, 20});
-        store.colorIndex = 1; // a later choice leaves the item being drawn alone
+        store.setColorIndex(1); // a later choice leaves the item being drawn alone
         store.finishStroke({10, 20});
         QCOMPARE(store.items().back().points, (std::vector<QPointF>{{10, 20}, {10, 20}}));
         QCOMPARE(store.items().back().color, palette()[3].color);
@@ -128,9 +127,9 @@ private Q_SLOTS:
         QCOMPARE(store.items().front().points.size(), size_t(2));
 
         for (const auto& [width, size] : {std::pair(4.0, 30.0), {1.0, 21.0}, {10.0, 48.0}}) {
-            store.width = width;
+            store.setWidth(width);
             run(store, "t5,5 +x");
-            store.width = 16;
+            store.setWidth(16);
             QCOMPARE(store.current()->width, size);
         }
         run(store, "end");
@@ -177,10 +176,8 @@ private Q_SLOTS:
     }
 
     void alphaCurve() {
-        const auto alpha = [](QVariant fadeSeconds, double age) {
-            const QString key = QStringLiteral("fadeSeconds");
-            Defaults::resetRegistration();
-            fadeSeconds.isValid() ? Defaults::setValue(key, fadeSeconds) : Defaults::remove(key);
+        const auto alpha = [](double fadeSeconds, double age) {
+            Settings::shared().setFadeSeconds(fadeSeconds);
             Item item;
             item.finishedAt = t0;
             return DrawingStore::alpha(item, t0 + age);
@@ -192,8 +189,7 @@ private Q_SLOTS:
         QCOMPARE(alpha(4.0, -30.0), 1.0); // committed in the future: the clock was set back
         QCOMPARE(alpha(0.0, 100.0), 1.0);
         QCOMPARE(alpha(-3.0, 100.0), 1.0);
-        QCOMPARE(alpha(QVariant(), 100.0), 1.0);
-        Defaults::setValue(QStringLiteral("fadeSeconds"), 1.0);
+        Settings::shared().setFadeSeconds(1.0);
         QCOMPARE(DrawingStore::alpha(Item(), t0 + 100), 1.0); // the item being drawn never fades
     }
 
@@ -202,7 +198,7 @@ private Q_SLOTS:
         run(store, "b0,0 f5,5");
         Clock::setFixedNow(t0 + 1.0);
         run(store, "b10,0 f15,5");
-        NotificationCounter changes(drawingStoreChanged);
+        NotificationCounter changes(drawingStoreChanged, store);
         Clock::setFixedNow(t0 + 3.9);
         letTimerTick();
         QCOMPARE(changes.take(), 0); // nothing fading: ticks cost no repaint
@@ -222,26 +218,74 @@ private Q_SLOTS:
     }
 
     void turningFadingOnRemovesOldItemsAtOnce() {
-        Defaults::setValue(QStringLiteral("fadeSeconds"), 0.0);
+        Settings::shared().setFadeSeconds(0.0);
         DrawingStore store;
         run(store, "b0,0 f5,5 b10,0 f15,5");
         Clock::setFixedNow(t0 + 2.0);
         run(store, "b20,0 f25,5");
-        NotificationCounter changes(drawingStoreChanged);
+        NotificationCounter changes(drawingStoreChanged, store);
         Clock::setFixedNow(t0 + 3.0);
         letTimerTick();
         QCOMPARE(changes.count, 0); // never fading: quiet, the timer keeps running
         QVERIFY(store.isTimerRunning());
-        Defaults::setValue(QStringLiteral("fadeSeconds"), 2.0);
+        Settings::shared().setFadeSeconds(2.0);
         QTRY_COMPARE(store.items().size(), size_t(1));
         QCOMPARE(changes.take(), 1);
         QCOMPARE(store.items().front().points.front(), QPointF(20, 0));
     }
 
+    // Every committed item has its own id, never reused; each commit, removal
+    // and fade is told by id, before the repaint notice of the same change.
+    void itemIdsAndTheirNotices() {
+        DrawingStore store;
+        QStringList heard;
+        const auto hear = [&](const char* what) {
+            return
+                [&heard, what](quint64 id) { heard << QStringLiteral("%1 %2").arg(what).arg(id); };
+        };
+        connect(&store, &DrawingStore::itemCommitted, this, hear("commit"));
+        connect(&store, &DrawingStore::itemRemoved, this, hear("remove"));
+        connect(&store, &DrawingStore::itemFaded, this, hear("fade"));
+        connect(&store, &DrawingStore::drawingStoreChanged, this, [&] { heard << "changed"; });
+        const auto take = [&] { return std::exchange(heard, {}).join(u'/'); };
+        const auto ids = [&] {
+            QList<quint64> list;
+            for (const Item& item : store.items())
+                list << item.id;
+            return list;
+        };
+        const struct {
+            const char* steps;
+            double at;
+            QString heard;
+            QList<quint64> ids;
+        } table[] = {
+            {"b0,0 f5,5", 0, "changed/changed/commit 1/changed", {1}},
+            {"b1,1 f6,6 undo", 0, "changed/changed/commit 2/changed/remove 2/changed", {1}},
+            {"rect b0,0 f1,1 t9,9 +a commit",
+             0,
+             "changed/changed/changed/changed/changed/changed/commit 3/changed",
+             {1, 3}},
+            {"pen b2,2 f7,7", 2, "changed/changed/changed/commit 4/changed", {1, 3, 4}},
+            {"", 4.8, "fade 1/fade 3/changed", {4}},
+            {"clear", 4.8, "remove 4/changed", {}},
+        };
+        for (const auto& row : table) {
+            Clock::setFixedNow(t0 + row.at);
+            run(store, row.steps);
+            if (!*row.steps) {
+                QTRY_VERIFY(!heard.isEmpty());
+                QTest::qWait(DrawingStore::timerIntervalMs); // the next tick finds nothing new
+            }
+            QCOMPARE(take(), row.heard);
+            QCOMPARE(ids(), row.ids);
+        }
+    }
+
     void clearStopsTheTimerSilently() {
         DrawingStore store;
         run(store, "b0,0 f5,5 clear");
-        NotificationCounter changes(drawingStoreChanged);
+        NotificationCounter changes(drawingStoreChanged, store);
         QTRY_VERIFY(!store.isTimerRunning());
         QCOMPARE(changes.count, 0);
     }
@@ -250,8 +294,8 @@ private Q_SLOTS:
 int main(int argc, char** argv) {
     if (argc == 3 && qstrcmp(argv[1], "--begin-with-colour") == 0) {
         DrawingStore store;
-        store.colorIndex = std::atoi(argv[2]);
-        store.colorIndex < 0 ? store.beginText({0, 0}) : store.begin({0, 0});
+        store.setColorIndex(std::atoi(argv[2]));
+        store.colorIndex() < 0 ? store.beginText({0, 0}) : store.begin({0, 0});
         return 0;
     }
     QCoreApplication app(argc, argv);

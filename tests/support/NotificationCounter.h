@@ -1,13 +1,17 @@
 #pragma once
 
-#include "NotificationCenter.h"
+#include "DrawingStore.h"
 
-// Counts the posts of one notification name while it lives.
+inline constexpr auto drawingStoreChanged = &DrawingStore::drawingStoreChanged;
+inline constexpr auto drawingStateChanged = &DrawingStore::drawingStateChanged;
+
+// Counts the emissions of one of a store's notices while it lives.
 class NotificationCounter {
 public:
-    explicit NotificationCounter(const QString& name)
-        : token(NotificationCenter::defaultCenter().addObserver(name, [this] { ++count; })) {}
-    ~NotificationCounter() { NotificationCenter::defaultCenter().removeObserver(token); }
+    explicit NotificationCounter(void (DrawingStore::*notice)(),
+                                 DrawingStore& store = DrawingStore::shared())
+        : connection(QObject::connect(&store, notice, [this] { ++count; })) {}
+    ~NotificationCounter() { QObject::disconnect(connection); }
     NotificationCounter(const NotificationCounter&) = delete;
     NotificationCounter& operator=(const NotificationCounter&) = delete;
 
@@ -20,5 +24,5 @@ public:
     int count = 0;
 
 private:
-    NotificationCenter::Token token;
+    QMetaObject::Connection connection;
 };

@@ -1,20 +1,19 @@
 #pragma once
 
-#include "Defaults.h"
+#include "Settings.h"
 
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QtGlobal>
 
 // Points the settings at a fresh temporary directory for the lifetime of the
-// object, and forgets registered defaults, so no test sees another's values or
-// the user's own file.
+// object, so no test sees another's values or the user's own file.
 class TestSettings {
 public:
     TestSettings() {
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir.path());
         qputenv("XDG_CONFIG_HOME", dir.path().toLocal8Bit());
-        Defaults::resetRegistration();
+        Settings::shared().reload();
     }
     QString directory() const { return dir.path(); }
     QString filePath() const { return dir.path() + QStringLiteral("/Quillery/Quillery.conf"); }

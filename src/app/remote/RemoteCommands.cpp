@@ -58,8 +58,8 @@ RemoteReply RemoteCommands::execute(const QString& request) const {
 QString RemoteCommands::status() {
     const DrawingStore& store = OverlayController::shared().store();
     return QStringLiteral("drawing: %1\ntool: %2\ncolor: %3\nwidth: %4\nitems: %5\n")
-        .arg(store.isDrawing ? QStringLiteral("on") : QStringLiteral("off"), rawValue(store.tool),
-             paletteColor(store.colorIndex).name)
-        .arg(store.width)
+        .arg(store.isDrawing() ? QStringLiteral("on") : QStringLiteral("off"),
+             rawValue(store.tool()), paletteColor(store.colorIndex()).name)
+        .arg(store.width())
         .arg(store.items().size());
 }

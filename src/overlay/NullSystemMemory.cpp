@@ -1,0 +1,3 @@
+#include "SystemMemory.h"
+
+void SystemMemory::returnUnused() {}
