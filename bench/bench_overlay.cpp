@@ -1,6 +1,6 @@
 #include "Clock.h"
 #include "DrawingStore.h"
-#include "OverlayView.h"
+#include "OverlayScene.h"
 #include "Renderer.h"
 #include "SampleStrokes.h"
 #include "Settings.h"
@@ -16,8 +16,8 @@
 #include <random>
 #include <vector>
 
-// Whole program: one overlay's view on the store, as the drawing changes.
-// Every figure goes through the view's own painting into an image of the
+// Whole program: one overlay's scene on the store, as the drawing changes.
+// Every figure goes through the scene's own painting into an image of the
 // screen's size, the way its paint events paint into the window.
 
 // Runs the store's fade tick without waiting for its timer.
@@ -54,11 +54,11 @@ void commit(DrawingStore& store, const Item& item, double at) {
     store.finishStroke(item.points.back());
 }
 
-// A drawing session on one screen: the store, the overlay's view and the
+// A drawing session on one screen: the store, the overlay's scene and the
 // picture on the screen.
 struct Session {
     DrawingStore store;
-    std::unique_ptr<OverlayView> view;
+    std::unique_ptr<OverlayScene> scene;
     QImage screen;
 
     explicit Session(qreal dpr) : screen(screenImage(dpr)) { store.setDrawing(true); }
@@ -68,18 +68,18 @@ struct Session {
             commit(store, item, at);
     }
     void openView() {
-        view = std::make_unique<OverlayView>(store);
-        view->resize(screenSize);
+        scene = std::make_unique<OverlayScene>(store);
+        scene->setGeometry(QRect(QPoint(), screenSize));
         paintAll();
     }
     void paintAll() {
         QPainter painter(&screen);
-        view->paint(painter, QRegion(view->rect()));
+        scene->paint(painter, QRegion(QRect(QPoint(), screenSize)));
     }
     // What a paint event after the last change paints.
     void paintStale() {
         QPainter painter(&screen);
-        view->paint(painter, view->staleRegion());
+        scene->paint(painter, scene->staleRegion());
     }
 };
 
@@ -142,8 +142,8 @@ void BM_FirstRepaint(benchmark::State& state) {
     session.commitStrokes(count, t0);
     for (auto _ : state) {
         state.PauseTiming();
-        session.view = std::make_unique<OverlayView>(session.store);
-        session.view->resize(screenSize);
+        session.scene = std::make_unique<OverlayScene>(session.store);
+        session.scene->setGeometry(QRect(QPoint(), screenSize));
         state.ResumeTiming();
         session.paintAll();
     }

@@ -1,5 +1,6 @@
 #include "AppDelegate.h"
 
+#include "Backends.h"
 #include "DrawingStore.h"
 #include "Fatal.h"
 #include "HotKeyConfig.h"
@@ -58,7 +59,7 @@ qint64 storedFadeSeconds() {
 
 } // namespace
 
-AppDelegate::AppDelegate() : AppDelegate(LoginItem::forThisDesktop()) {}
+AppDelegate::AppDelegate() : AppDelegate(Backends::loginItem()) {}
 
 AppDelegate::AppDelegate(std::unique_ptr<LoginItem> loginItem) : loginItem(std::move(loginItem)) {}
 
@@ -179,11 +180,7 @@ bool AppDelegate::isDrawing() {
 }
 
 void AppDelegate::toggle() {
-    OverlayController& overlay = OverlayController::shared();
-    if (!overlay.store().isDrawing())
-        overlay.start();
-    else
-        overlay.stop();
+    OverlayController::shared().toggle();
 }
 
 void AppDelegate::updateIcon() {

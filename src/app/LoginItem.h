@@ -16,7 +16,4 @@ public:
     virtual bool isEnabled() const = 0;
     virtual Failure registerItem() = 0;
     virtual Failure unregisterItem() = 0;
-
-    // The one this desktop supports (XDG autostart on Linux).
-    static std::unique_ptr<LoginItem> forThisDesktop();
 };

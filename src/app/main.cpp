@@ -1,4 +1,5 @@
 #include "AppDelegate.h"
+#include "Backends.h"
 #include "DesktopCheck.h"
 #include "RemoteLauncher.h"
 #include "RemoteServer.h"
@@ -14,6 +15,7 @@ int runInstance(int argc, char** argv, bool withRemoteControl) {
         return 1;
     }
     QApplication application(argc, argv);
+    Backends::load();
     AppDelegate::prepareApplication();
     AppDelegate delegate;
     delegate.applicationDidFinishLaunching();

@@ -2,42 +2,11 @@
 
 #include "KeyTable.h"
 #include "NullHotKeyBackend.h"
-#include "X11HotKeyBackend.h"
 
 #include <QGuiApplication>
 #include <QMetaObject>
 
 namespace {
-
-// Runs later on the main thread, outside X event dispatch, with whatever
-// callback is set by then.
-void queuePress() {
-    QMetaObject::invokeMethod(
-        QCoreApplication::instance(),
-        [] {
-            // A copy, so that the callback may replace itself.
-            const std::function<void()> callback = HotKeyManager::shared().onPress;
-            if (callback)
-                callback();
-        },
-        Qt::QueuedConnection);
-}
-
-xcb_connection_t* x11Connection() {
-    auto* app = qobject_cast<QGuiApplication*>(QCoreApplication::instance());
-    if (!app)
-        return nullptr;
-    auto* x11 = app->nativeInterface<QNativeInterface::QX11Application>();
-    if (!x11 || !x11->connection() || xcb_connection_has_error(x11->connection()))
-        return nullptr;
-    return x11->connection();
-}
-
-std::unique_ptr<HotKeyBackend> makeBackend() {
-    if (xcb_connection_t* connection = x11Connection())
-        return std::make_unique<X11HotKeyBackend>(connection, queuePress);
-    return std::make_unique<NullHotKeyBackend>();
-}
 
 constexpr quint32 knownModifiers = HotKeyConfig::controlKey | HotKeyConfig::optionKey |
                                    HotKeyConfig::shiftKey | HotKeyConfig::cmdKey;
@@ -51,7 +20,26 @@ HotKeyManager& HotKeyManager::shared() {
     return *instance;
 }
 
-HotKeyManager::HotKeyManager() : backend(makeBackend()) {}
+HotKeyManager::HotKeyManager() : backend(std::make_unique<NullHotKeyBackend>()) {}
+
+void HotKeyManager::setBackend(std::unique_ptr<HotKeyBackend> platform) {
+    unregister();
+    backend = std::move(platform);
+}
+
+// Runs later on the main thread, outside the platform's event dispatch, with
+// whatever callback is set by then.
+void HotKeyManager::pressed() {
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(),
+        [] {
+            // A copy, so that the callback may replace itself.
+            const std::function<void()> callback = HotKeyManager::shared().onPress;
+            if (callback)
+                callback();
+        },
+        Qt::QueuedConnection);
+}
 
 HotKeyManager::~HotKeyManager() = default;
 

@@ -10,9 +10,8 @@ class HotKeyBackend;
 
 // The one system-wide hot key. Presses are delivered once each, queued to the
 // main thread, to onPress (read when the press is handled, not when it arrived).
-// Created on first use, which must come after the QGuiApplication exists: the
-// platform's facility is chosen then, once (X11 when the application runs on an
-// X server, otherwise one that refuses every shortcut).
+// The platform's facility is installed at start-up; until then, and where
+// there is none, every shortcut is refused.
 class HotKeyManager {
 public:
     static HotKeyManager& shared();
@@ -28,6 +27,11 @@ public:
     // For reading key presses: what a hardware key code types in the current
     // keymap, unshifted first; empty without a keymap (no X11).
     QList<quint32> keysymsOfKey(quint32 nativeKeyCode) const;
+
+    // The platform's facility, chosen once at start-up; any hot key goes.
+    void setBackend(std::unique_ptr<HotKeyBackend> platform);
+    // What a backend calls for a press: queues onPress to the main thread.
+    static void pressed();
 
 private:
     HotKeyManager();

@@ -48,4 +48,34 @@ void clear(DrawingStore& store) {
     store.clear();
 }
 
+void perform(DrawingStore& store, const OverlayCommand& command) {
+    using Action = OverlayCommand::Action;
+    switch (command.action) {
+    case Action::none:
+    case Action::stop:
+        return;
+    case Action::commitText:
+        return store.commitText();
+    case Action::deleteCharacter:
+        return store.deleteLastCharacter();
+    case Action::typeText:
+        return store.appendText(command.text);
+    case Action::selectTool:
+        return selectTool(store, command.tool);
+    case Action::selectColor:
+        selectColor(store, command.number);
+        return;
+    case Action::narrower:
+        return narrower(store);
+    case Action::wider:
+        return wider(store);
+    case Action::undo:
+        return undo(store);
+    case Action::clear:
+        return clear(store);
+    case Action::toggleHintBar:
+        return toggleHintBar(store);
+    }
+}
+
 } // namespace DrawingCommands

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "OverlayCommand.h"
 #include "Tool.h"
 
 class DrawingStore;
@@ -15,4 +16,6 @@ void wider(DrawingStore& store);    // "]": width + 1, not above 16
 void toggleHintBar(DrawingStore& store);
 void undo(DrawingStore& store);
 void clear(DrawingStore& store);
+// Carries out a key's command. Stopping is left to whoever owns drawing mode.
+void perform(DrawingStore& store, const OverlayCommand& command);
 } // namespace DrawingCommands

@@ -2,23 +2,24 @@
 
 #include "DrawingStore.h"
 #include "Fatal.h"
-#include "OverlayView.h"
-#include "OverlayWindow.h"
+#include "OverlayHost.h"
+#include "OverlayScene.h"
+#include "OverlaySurface.h"
 #include "WindowSystem.h"
 
 #include <QApplication>
-#include <QCursor>
-#include <QScreen>
 #include <QWindow>
 #include <algorithm>
 
 OverlayController& OverlayController::shared() {
     // Lives as long as the process, like the store it draws.
-    static OverlayController* const controller = new OverlayController(DrawingStore::shared());
+    static OverlayController* const controller =
+        new OverlayController(DrawingStore::shared(), OverlayHost::current());
     return *controller;
 }
 
-OverlayController::OverlayController(DrawingStore& store) : store_(store) {
+OverlayController::OverlayController(DrawingStore& store, OverlayHost& host)
+    : store_(store), host_(host) {
     if (!qobject_cast<QApplication*>(QCoreApplication::instance()))
         fatalError(QStringLiteral("OverlayController: no QApplication exists yet"));
 
@@ -27,26 +28,7 @@ OverlayController::OverlayController(DrawingStore& store) : store_(store) {
     QCoreApplication::setAttribute(Qt::AA_CompressHighFrequencyEvents, false);
 
     connect(&store_, &DrawingStore::drawingStoreChanged, this, &OverlayController::storeChanged);
-
-    screenChange.setSingleShot(true);
-    screenChange.setInterval(0);
-    connect(&screenChange, &QTimer::timeout, this, &OverlayController::screensChanged);
-    connect(qApp, &QGuiApplication::screenAdded, this, [this](QScreen* screen) {
-        watchScreen(screen);
-        screenChange.start();
-    });
-    connect(qApp, &QGuiApplication::screenRemoved, &screenChange, qOverload<>(&QTimer::start));
-    connect(qApp, &QGuiApplication::primaryScreenChanged, &screenChange,
-            qOverload<>(&QTimer::start));
-    for (QScreen* screen : QGuiApplication::screens())
-        watchScreen(screen);
-
-    shaped = !WindowSystem::current().isCompositing();
-    WindowSystem::current().watchCompositing([this] { compositingChanged(); });
-}
-
-void OverlayController::watchScreen(QScreen* screen) {
-    connect(screen, &QScreen::geometryChanged, &screenChange, qOverload<>(&QTimer::start));
+    connect(&host_, &OverlayHost::outputsChanged, this, &OverlayController::outputsChanged);
 }
 
 void OverlayController::toggle() {
@@ -60,79 +42,48 @@ bool OverlayController::shouldShow() const {
     return store_.isDrawing() || !store_.items().empty() || store_.current().has_value();
 }
 
-void OverlayController::showWindows(bool visible) {
-    for (OverlayWindow* window : windows_) {
-        window->setClickThrough(!store_.isDrawing());
+void OverlayController::showSurfaces(bool visible) {
+    for (OverlaySurface* surface : surfaces_) {
+        surface->setClickThrough(!store_.isDrawing());
         if (visible)
-            window->orderFront();
+            surface->orderFront();
         else
-            window->orderOut();
+            surface->orderOut();
     }
 }
 
 void OverlayController::updateCursors() {
-    for (OverlayWindow* window : windows_)
-        window->view()->updateCursor();
+    for (OverlaySurface* surface : surfaces_)
+        surface->updateCursor();
 }
 
-void OverlayController::rebuildWindows() {
-    for (OverlayWindow* window : windows_) {
-        window->orderOut();
-        // Deleted later: one of them may still be inside an event handler.
-        window->deleteLater();
-    }
-    windows_.clear();
+void OverlayController::rebuildSurfaces() {
+    surfaces_ = host_.rebuild(store_);
     isShown_ = false;
-    // Asked afresh: a compositing manager may have come or gone unannounced
-    // (a server without XFixes).
-    shaped = !WindowSystem::current().isCompositing();
-    for (QScreen* screen : QGuiApplication::screens()) {
-        auto* window = new OverlayWindow(screen, store_);
-        window->setShaped(shaped);
-        windows_.push_back(window);
-    }
+    for (OverlaySurface* surface : surfaces_)
+        connect(&surface->scene(), &OverlayScene::stopRequested, this, &OverlayController::stop);
 }
 
-void OverlayController::compositingChanged() {
-    const bool nowShaped = !WindowSystem::current().isCompositing();
-    if (nowShaped == shaped)
-        return;
-    shaped = nowShaped;
-    for (OverlayWindow* window : windows_)
-        window->setShaped(shaped);
-    // Cut to its ink, the key window must hold the pointer to keep the pen.
-    if (shaped && store_.isDrawing() && isShown_ && !windows_.empty())
-        keyWindow()->makeKey();
-}
-
-OverlayWindow* OverlayController::windowUnderPointer() const {
-    const QPoint pointer = QCursor::pos();
-    for (OverlayWindow* window : windows_) {
-        if (window->geometry().contains(pointer))
-            return window;
+OverlaySurface* OverlayController::surfaceUnderPointer() const {
+    const QPoint pointer = host_.pointerPosition();
+    for (OverlaySurface* surface : surfaces_) {
+        if (surface->outputGeometry().contains(pointer))
+            return surface;
     }
-    return windows_.front();
-}
-
-OverlayWindow* OverlayController::keyWindow() const {
-    for (OverlayWindow* window : windows_) {
-        if (window->view()->hasFocus())
-            return window;
-    }
-    return windowUnderPointer();
+    return surfaces_.front();
 }
 
 void OverlayController::start() {
     if (store_.isDrawing())
         return;
     rememberActiveWindow();
-    rebuildWindows();
-    if (windows_.empty())
+    rebuildSurfaces();
+    if (surfaces_.empty())
         return;
     store_.setDrawing(true);
-    showWindows(true);
+    showSurfaces(true);
     isShown_ = true;
-    windowUnderPointer()->makeKey();
+    surfaceUnderPointer()->makeKey();
     updateCursors();
     store_.announceModeSwitch();
 }
@@ -143,7 +94,7 @@ void OverlayController::stop() {
     store_.endSession();
     store_.setDrawing(false);
     const bool keep = shouldShow();
-    showWindows(keep);
+    showSurfaces(keep);
     isShown_ = keep;
     updateCursors();
     store_.announceModeSwitch();
@@ -154,20 +105,20 @@ void OverlayController::storeChanged() {
     const bool visible = shouldShow();
     if (visible == isShown_)
         return;
-    showWindows(visible);
+    showSurfaces(visible);
     isShown_ = visible;
 }
 
-void OverlayController::screensChanged() {
+void OverlayController::outputsChanged() {
     if (!isShown_)
         return;
     const bool wasDrawing = store_.isDrawing();
-    rebuildWindows();
+    rebuildSurfaces();
     const bool visible = shouldShow();
-    showWindows(visible);
+    showSurfaces(visible);
     isShown_ = visible;
-    if (wasDrawing && !windows_.empty())
-        windows_.front()->makeKey();
+    if (wasDrawing && !surfaces_.empty())
+        surfaces_.front()->makeKey();
     store_.announceDisplayChange();
 }
 

@@ -1,56 +1,49 @@
 #pragma once
 
 #include <QObject>
-#include <QTimer>
 #include <vector>
 
 class DrawingStore;
-class OverlayWindow;
-class QScreen;
+class OverlayHost;
+class OverlaySurface;
 
-// Owns one overlay window per screen and switches drawing mode on and off.
+// Switches drawing mode on and off, and keeps one overlay surface per output
+// (from the desktop's overlay host) shown while there is anything to show.
 class OverlayController : public QObject {
     Q_OBJECT
 public:
     static OverlayController& shared();
 
     DrawingStore& store() const { return store_; }
+    OverlayHost& host() const { return host_; }
     void start();
     void stop();
-    // The toggle used by the global shortcut and the tray menu.
+    // The one toggle: the global shortcut, the tray menu and the command line.
     void toggle();
 
-    const std::vector<OverlayWindow*>& windows() const { return windows_; }
+    const std::vector<OverlaySurface*>& surfaces() const { return surfaces_; }
     bool isShown() const { return isShown_; }
-    // Whether the windows are cut to the ink, for want of a compositing manager.
-    bool isShaped() const { return shaped; }
 
 private:
-    explicit OverlayController(DrawingStore& store);
+    OverlayController(DrawingStore& store, OverlayHost& host);
 
-    void rebuildWindows();
+    void rebuildSurfaces();
     void storeChanged();
-    void screensChanged();
-    void watchScreen(QScreen* screen);
-    void compositingChanged();
+    void outputsChanged();
 
     // Whether anything must be on screen: drawing, or items left to show.
     bool shouldShow() const;
-    void showWindows(bool visible);
+    void showSurfaces(bool visible);
     void updateCursors();
-    OverlayWindow* windowUnderPointer() const;
-    OverlayWindow* keyWindow() const;
+    OverlaySurface* surfaceUnderPointer() const;
     bool isOwnWindow(quint64 window) const;
     void rememberActiveWindow();
     void restoreActiveWindow();
 
     DrawingStore& store_;
-    std::vector<OverlayWindow*> windows_;
+    OverlayHost& host_;
+    std::vector<OverlaySurface*> surfaces_;
     // The window that was active when the current or last session started (0: none).
     quint64 previousWindow = 0;
     bool isShown_ = false;
-    bool shaped = false;
-    // Screen changes come in bursts (a monitor added moves the others too):
-    // one rebuild for the whole burst.
-    QTimer screenChange;
 };

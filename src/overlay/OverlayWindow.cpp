@@ -39,6 +39,12 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
 
     setScreen(screen);
     setGeometry(screen->geometry());
+    view_->setGeometry(rect());
+    view_->placeScene();
+    connect(&view_->scene(), &OverlayScene::keyboardWanted, this, [this] {
+        if (!view_->hasFocus())
+            makeKey();
+    });
     // The native window exists from here on, so click-through can be switched
     // on the live window without hiding it.
     create();
@@ -65,6 +71,18 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
 
 OverlayWindow::~OverlayWindow() {
     releasePointer();
+}
+
+OverlayScene& OverlayWindow::scene() {
+    return view_->scene();
+}
+
+bool OverlayWindow::hasKeyboard() const {
+    return view_->hasFocus();
+}
+
+void OverlayWindow::updateCursor() {
+    view_->updateCursor();
 }
 
 void OverlayWindow::setClickThrough(bool on) {
@@ -195,6 +213,11 @@ void OverlayWindow::drawingChanged() {
         return;
     shapeOutdated = true;
     reshapeTimer.start();
+}
+
+void OverlayWindow::moveEvent(QMoveEvent* event) {
+    QWidget::moveEvent(event);
+    view_->placeScene();
 }
 
 bool OverlayWindow::event(QEvent* event) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "OverlaySurface.h"
 #include <QRegion>
 #include <QTimer>
+
 #include <QWidget>
 #include <functional>
 #include <memory>
@@ -16,25 +18,29 @@ class QScreen;
 // everything (panels and full-screen windows included, since it bypasses the
 // window manager), on every desktop, with no taskbar or Alt-Tab entry. Its
 // only content is an OverlayView. The controller configures and shows it.
-class OverlayWindow : public QWidget {
+class OverlayWindow : public QWidget, public OverlaySurface {
     Q_OBJECT
 public:
     OverlayWindow(QScreen* screen, DrawingStore& store);
     ~OverlayWindow() override;
 
     OverlayView* view() const { return view_; }
+    QRect outputGeometry() const override { return geometry(); }
+    OverlayScene& scene() override;
 
     // Clicks pass through to the windows underneath (an empty input shape).
-    void setClickThrough(bool on);
+    void setClickThrough(bool on) override;
     bool isClickThrough() const;
 
-    void orderFront();
-    void orderOut();
+    void orderFront() override;
+    void orderOut() override;
 
     // Only while drawing may an overlay take the keyboard.
     bool canBecomeKey() const;
     // Brings the window up and gives its view the keyboard, without a click.
-    void makeKey();
+    void makeKey() override;
+    bool hasKeyboard() const override;
+    void updateCursor() override;
 
     // Without a compositing manager nothing blends the window over the
     // desktop, and every clear pixel of it would show black. Shaped, the
@@ -51,6 +57,7 @@ public:
 
 protected:
     void changeEvent(QEvent* event) override;
+    void moveEvent(QMoveEvent* event) override;
     bool event(QEvent* event) override;
 
 private:

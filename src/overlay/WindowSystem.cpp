@@ -1,20 +1,22 @@
 #include "WindowSystem.h"
 
-#include "NullWindowSystem.h"
-#include "X11WindowSystem.h"
+#include "Fatal.h"
 
-#include <QGuiApplication>
+namespace {
 
-WindowSystem& WindowSystem::current() {
-    static const std::unique_ptr<WindowSystem> system = create();
-    return *system;
+std::unique_ptr<WindowSystem>& installed() {
+    static std::unique_ptr<WindowSystem> system;
+    return system;
 }
 
-std::unique_ptr<WindowSystem> WindowSystem::create() {
-    if (auto* x11 =
-            qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr) {
-        if (x11->connection())
-            return std::make_unique<X11WindowSystem>(x11->connection());
-    }
-    return std::make_unique<NullWindowSystem>();
+} // namespace
+
+WindowSystem& WindowSystem::current() {
+    if (!installed())
+        fatalError(QStringLiteral("no window system was chosen at start-up"));
+    return *installed();
+}
+
+void WindowSystem::install(std::unique_ptr<WindowSystem> system) {
+    installed() = std::move(system);
 }

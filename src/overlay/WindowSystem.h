@@ -15,9 +15,9 @@ public:
 
     virtual ~WindowSystem() = default;
 
-    // The system for the running platform, chosen once: X11 under the xcb
-    // platform, otherwise one that does nothing.
+    // The system chosen at start-up (asking before that is a programming error).
     static WindowSystem& current();
+    static void install(std::unique_ptr<WindowSystem> system);
 
     // The window the desktop considers active, or 0.
     virtual WindowId activeWindow() = 0;
@@ -48,7 +48,4 @@ public:
 
 protected:
     WindowSystem() = default;
-
-private:
-    static std::unique_ptr<WindowSystem> create();
 };

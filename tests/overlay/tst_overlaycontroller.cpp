@@ -5,6 +5,7 @@
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "OverlayWindows.h"
 #include "Settings.h"
 #include "TestSettings.h"
 #include "XTestTools.h"
@@ -29,7 +30,7 @@ class OverlayControllerTest : public QObject {
     bool waitUntilMapped(bool mapped) {
         return QTest::qWaitFor([&] {
             return std::all_of(
-                controller.windows().begin(), controller.windows().end(),
+                overlayWindows().begin(), overlayWindows().end(),
                 [&](OverlayWindow* w) { return XServer::isViewable(id(w)) == mapped; });
         });
     }
@@ -67,10 +68,10 @@ private Q_SLOTS:
         QCOMPARE(changes.take(), 1);
         QCOMPARE(states.take(), 1);
         const QList<QScreen*> screens = QGuiApplication::screens();
-        QCOMPARE(controller.windows().size(), size_t(screens.size()));
+        QCOMPARE(overlayWindows().size(), size_t(screens.size()));
         QVERIFY(waitUntilMapped(true));
-        for (size_t i = 0; i < controller.windows().size(); ++i) {
-            OverlayWindow* window = controller.windows()[i];
+        for (size_t i = 0; i < overlayWindows().size(); ++i) {
+            OverlayWindow* window = overlayWindows()[i];
             QCOMPARE(XServer::geometry(id(window)), screens[i]->geometry());
             QVERIFY(XServer::bypassesWindowManager(id(window)));
             QVERIFY(XServer::inputShapeRectangles(id(window)) > 0);
@@ -78,9 +79,9 @@ private Q_SLOTS:
         }
 
         // A second start changes nothing: same windows, nothing announced.
-        const auto windows = controller.windows();
+        const auto windows = overlayWindows();
         controller.start();
-        QCOMPARE(controller.windows(), windows);
+        QCOMPARE(overlayWindows(), windows);
         QCOMPARE(changes.count + states.count, 0);
 
         controller.stop();
@@ -130,7 +131,7 @@ private Q_SLOTS:
         QVERIFY(peer.waitUntilActive());
         QVERIFY(XInput::moveTo({900, 700}));
         controller.start();
-        OverlayWindow* window = controller.windows().front();
+        OverlayWindow* window = overlayWindows().front();
         QVERIFY(waitForKeyboard(window));
         // Keys typed now reach the overlay, not the application underneath.
         QVERIFY(XInput::key(QStringLiteral("e")));
@@ -147,7 +148,7 @@ private Q_SLOTS:
         QVERIFY(peer.waitUntilActive());
         controller.start();
         QVERIFY(waitUntilMapped(true));
-        QVERIFY(waitForKeyboard(controller.windows().front()));
+        QVERIFY(waitForKeyboard(overlayWindows().front()));
         // Another application comes to the front by itself.
         const QString window = QString::number(peer.window);
         QVERIFY(XServer::run(QStringLiteral("xdotool"), {QStringLiteral("windowraise"), window}));
@@ -163,7 +164,7 @@ private Q_SLOTS:
         PeerApp peer({100, 100, 300, 200}, Qt::darkYellow);
         QVERIFY(peer.waitUntilActive());
         controller.start();
-        OverlayWindow* window = controller.windows().front();
+        OverlayWindow* window = overlayWindows().front();
         QVERIFY(waitForKeyboard(window));
         // The window manager hands the keyboard to a window of its own, as
         // when another of our windows has just gone.
@@ -189,7 +190,7 @@ private Q_SLOTS:
         QVERIFY(hotKey.registerHotKey(HotKeyConfig::defaultShortcut()));
         QVERIFY(XInput::key(QStringLiteral("ctrl+alt+d")));
         QTRY_VERIFY(store.isDrawing());
-        QVERIFY(waitForKeyboard(controller.windows().front()));
+        QVERIFY(waitForKeyboard(overlayWindows().front()));
         QVERIFY(XInput::key(QStringLiteral("a")));
         QTRY_COMPARE(store.tool(), Tool::arrow);
         QVERIFY(XInput::key(QStringLiteral("ctrl+alt+d")));
@@ -203,7 +204,7 @@ private Q_SLOTS:
         QVERIFY(peer->waitUntilActive());
         QVERIFY(peer->waitForLine(QStringLiteral("focus in")));
         controller.start();
-        QVERIFY(waitForKeyboard(controller.windows().front()));
+        QVERIFY(waitForKeyboard(overlayWindows().front()));
         // Ink left on screen keeps the overlay mapped, so nothing but the
         // controller gives the keyboard back.
         store.begin({10, 10});
@@ -221,13 +222,13 @@ private Q_SLOTS:
         // When that window has gone by the time drawing stops, our windows
         // don't keep the keyboard either.
         controller.start();
-        QVERIFY(waitForKeyboard(controller.windows().front()));
+        QVERIFY(waitForKeyboard(overlayWindows().front()));
         const WId gone = peer->window;
         peer.reset();
         QTRY_VERIFY(!XServer::exists(gone));
         controller.stop();
         QVERIFY(controller.isShown());
-        for (OverlayWindow* window : controller.windows())
+        for (OverlayWindow* window : overlayWindows())
             QVERIFY(XServer::inputFocus() != id(window));
     }
 
@@ -245,7 +246,7 @@ private Q_SLOTS:
 
         controller.stop();
         QVERIFY(controller.isShown());
-        for (OverlayWindow* window : controller.windows()) {
+        for (OverlayWindow* window : overlayWindows()) {
             QVERIFY(window->isVisible());
             QVERIFY(XServer::isViewable(id(window)));
             QCOMPARE(XServer::inputShapeRectangles(id(window)), 0);
@@ -261,7 +262,7 @@ private Q_SLOTS:
         QTRY_VERIFY(store.items().empty());
         QTRY_VERIFY(!controller.isShown());
         QVERIFY(waitUntilMapped(false));
-        for (OverlayWindow* window : controller.windows())
+        for (OverlayWindow* window : overlayWindows())
             QVERIFY(!window->isVisible());
     }
 
@@ -271,18 +272,18 @@ private Q_SLOTS:
         QTRY_COMPARE(store.items().size(), size_t(1));
         controller.stop();
         QVERIFY(controller.isShown());
-        const auto fadingWindows = controller.windows();
+        const auto fadingWindows = overlayWindows();
         controller.start();
         // New windows, taking the mouse, with the old items still there.
-        QVERIFY(controller.windows() != fadingWindows);
+        QVERIFY(overlayWindows() != fadingWindows);
         QCOMPARE(store.items().size(), size_t(1));
         QVERIFY(waitUntilMapped(true));
-        for (OverlayWindow* window : controller.windows())
+        for (OverlayWindow* window : overlayWindows())
             QVERIFY(XServer::inputShapeRectangles(id(window)) > 0);
         QVERIFY(XInput::drag({{500, 100}, {600, 200}}));
         QTRY_COMPARE(store.items().size(), size_t(2));
         // The old windows are gone, not merely hidden.
-        QTRY_COMPARE(findOverlayWindows(), controller.windows().size());
+        QTRY_COMPARE(findOverlayWindows(), overlayWindows().size());
     }
 
 private:

@@ -6,6 +6,7 @@
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "OverlayWindows.h"
 #include "Renderer.h"
 #include "Settings.h"
 #include "TestSettings.h"
@@ -241,7 +242,7 @@ private Q_SLOTS:
         Clock::setFixedNow(now);
         controller.start();
         QVERIFY(store.isDrawing());
-        OverlayView* view = controller.windows().front()->view();
+        OverlayView* view = overlayWindows().front()->view();
         const QPointF origin = QPointF(view->mapToGlobal(QPoint(0, 0)));
         bool pressed = false;
         Trace trace;
@@ -366,7 +367,7 @@ private Q_SLOTS:
                     QFAIL("Escape left drawing on or an item in progress");
                 controller.start();
                 ++sessions;
-                view = controller.windows().front()->view();
+                view = overlayWindows().front()->view();
                 pressed = false;
                 did = QStringLiteral("escape, start");
             }

@@ -4,6 +4,7 @@
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "OverlayWindows.h"
 #include "PaletteColor.h"
 #include "Settings.h"
 #include "TestSettings.h"
@@ -19,7 +20,7 @@ class OverlayKeysTest : public QObject {
     DrawingStore& store = controller.store();
     std::unique_ptr<TestSettings> settings;
 
-    OverlayView* view() const { return controller.windows().front()->view(); }
+    OverlayView* view() const { return overlayWindows().front()->view(); }
 
     // A key as the keyboard produces it: Qt's key code, the modifiers and the
     // text it types (Ctrl+Z types U+001A, arrows and F-keys type nothing).
@@ -289,7 +290,7 @@ private Q_SLOTS:
         QCOMPARE(store.items().back().text, QStringLiteral("half"));
         // What is left stays on screen and no longer takes the mouse.
         QVERIFY(controller.isShown());
-        QVERIFY(controller.windows().front()->isClickThrough());
+        QVERIFY(overlayWindows().front()->isClickThrough());
     }
 
     void escapeWithModifiersStillStops() {

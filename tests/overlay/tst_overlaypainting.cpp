@@ -1,7 +1,7 @@
 #include "Clock.h"
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
-#include "OverlayView.h"
+#include "OverlayScene.h"
 #include "Renderer.h"
 #include "Settings.h"
 #include "TestSettings.h"
@@ -14,7 +14,7 @@
 // The overlay repaints only what a change touches and keeps the committed ink
 // in a layer. Whatever it does, the screen must look exactly as if every item
 // had been painted again: a drawing session is replayed step by step, and
-// after each step the picture the view built up from its partial repaints is
+// after each step the picture the scene built up from its partial repaints is
 // compared with a whole repaint done the plain way, pixel by pixel.
 class OverlayPaintingTest : public QObject {
     Q_OBJECT
@@ -26,7 +26,7 @@ class OverlayPaintingTest : public QObject {
 
     std::unique_ptr<TestSettings> settings;
     std::unique_ptr<DrawingStore> store;
-    std::unique_ptr<OverlayView> view;
+    std::unique_ptr<OverlayScene> scene;
     qreal dpr = 1;
     // What the screen shows: only ever repainted where the view says it changed.
     QImage shown;
@@ -59,7 +59,7 @@ class OverlayPaintingTest : public QObject {
 
     void repaintStale() {
         QPainter painter(&shown);
-        view->paint(painter, view->staleRegion());
+        scene->paint(painter, scene->staleRegion());
     }
 
     // The first pixel that differs by more than the layer's rounding allows.
@@ -143,12 +143,11 @@ private Q_SLOTS:
 
         Clock::setFixedNow(t0);
         store = std::make_unique<DrawingStore>();
-        view = std::make_unique<OverlayView>(*store);
-        view->setGeometry(screen);
-        QCOMPARE(view->mapToGlobal(QPoint(0, 0)), screen.topLeft());
+        scene = std::make_unique<OverlayScene>(*store);
+        scene->setGeometry(screen);
     }
     void cleanup() {
-        view.reset();
+        scene.reset();
         store.reset();
         Clock::setFixedNow(std::nullopt);
     }
@@ -166,7 +165,7 @@ private Q_SLOTS:
         shown.fill(Qt::transparent);
         {
             QPainter painter(&shown);
-            view->paint(painter, QRegion(view->rect()));
+            scene->paint(painter, QRegion(QRect(QPoint(), screen.size())));
         }
         const QPointF o = screen.topLeft();
 

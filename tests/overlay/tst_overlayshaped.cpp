@@ -3,6 +3,7 @@
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "OverlayWindows.h"
 #include "Renderer.h"
 #include "Settings.h"
 #include "TestSettings.h"
@@ -87,11 +88,10 @@ class OverlayShapedTest : public QObject {
             .adjusted(-12, -12, 12, 12);
     }
     bool windowsShaped(bool shaped) const {
-        return std::all_of(controller.windows().begin(), controller.windows().end(),
-                           [shaped](OverlayWindow* window) {
-                               return isBoundingShaped(window->winId()) == shaped &&
-                                      window->isShaped() == shaped;
-                           });
+        return std::all_of(
+            overlayWindows().begin(), overlayWindows().end(), [shaped](OverlayWindow* window) {
+                return isBoundingShaped(window->winId()) == shaped && window->isShaped() == shaped;
+            });
     }
 
 private Q_SLOTS:
@@ -123,7 +123,7 @@ private Q_SLOTS:
         QCOMPARE(before.pixelColor(600, 500), desktopColor);
 
         controller.start();
-        QVERIFY(controller.isShaped());
+        QVERIFY(dynamic_cast<WidgetOverlayHost&>(controller.host()).isShaped());
         QVERIFY(windowsShaped(true));
         // Nothing drawn yet, but the pen is taken wherever it goes down.
         QVERIFY(XInput::drag({{300, 500}, {450, 500}, {600, 500}, {750, 500}, {900, 500}}));
@@ -227,8 +227,8 @@ private Q_SLOTS:
         controller.start();
         QVERIFY(XInput::drag({{300, 500}, {600, 500}, {900, 500}}));
         QTRY_COMPARE(store.items().size(), size_t(1));
-        QVERIFY(controller.isShaped());
-        QVERIFY(controller.windows().front()->holdsPointer());
+        QVERIFY(dynamic_cast<WidgetOverlayHost&>(controller.host()).isShaped());
+        QVERIFY(overlayWindows().front()->holdsPointer());
         const QRect stroke(290, 490, 621, 21);
 
         QProcess compositor;
@@ -237,9 +237,10 @@ private Q_SLOTS:
                          {QStringLiteral("--backend"), QStringLiteral("xrender"),
                           QStringLiteral("--no-fading-openclose")});
         QVERIFY(compositor.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(!controller.isShaped(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!dynamic_cast<WidgetOverlayHost&>(controller.host()).isShaped(),
+                                 10000);
         QVERIFY(windowsShaped(false));
-        QVERIFY(!controller.windows().front()->holdsPointer());
+        QVERIFY(!overlayWindows().front()->holdsPointer());
         // Translucent again: the veil, too faint to see, over the desktop (the
         // compositing manager paints the bare root its own way).
         QTRY_VERIFY(isRed(XServer::screenshot().pixelColor(600, 500)));
@@ -252,9 +253,10 @@ private Q_SLOTS:
 
         compositor.terminate();
         QVERIFY(compositor.waitForFinished(5000));
-        QTRY_VERIFY_WITH_TIMEOUT(controller.isShaped(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(dynamic_cast<WidgetOverlayHost&>(controller.host()).isShaped(),
+                                 5000);
         QVERIFY(windowsShaped(true));
-        QTRY_VERIFY(controller.windows().front()->holdsPointer());
+        QTRY_VERIFY(overlayWindows().front()->holdsPointer());
         shot = settledScreenshot();
         QVERIFY(isRed(shot.pixelColor(600, 500)));
         QCOMPARE(largestChangeOutside(before, shot,

@@ -5,6 +5,7 @@
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
+#include "OverlayWindows.h"
 #include "Settings.h"
 #include "TestSettings.h"
 
@@ -81,7 +82,7 @@ private Q_SLOTS:
         InkMask mask(screen, 1);
 
         const auto drawStroke = [&](int index) {
-            OverlayView* view = controller.windows().front()->view();
+            OverlayView* view = overlayWindows().front()->view();
             store.setTool(allTools[size_t(index) % allTools.size()]);
             std::uniform_real_distribution<double> x(0, screen.width()), y(0, screen.height());
             QPointF at(x(random), y(random));
@@ -129,7 +130,7 @@ private Q_SLOTS:
                     QVERIFY(store.items().empty());
                 }
                 if (i % 1000 == 999) {
-                    QTest::keyClick(controller.windows().front()->view(), Qt::Key_Escape);
+                    QTest::keyClick(overlayWindows().front()->view(), Qt::Key_Escape);
                     refresh();
                     controller.start();
                 }
@@ -155,7 +156,7 @@ private Q_SLOTS:
         QVERIFY(store.items().empty());
         QVERIFY(!store.current());
         QVERIFY(!controller.isShown());
-        QCOMPARE(overlayWindowsAlive(), controller.windows().size());
+        QCOMPARE(overlayWindowsAlive(), overlayWindows().size());
         qInfo("soak: %d strokes drawn and faded; resident memory %.1f MiB before the first "
               "session, %.1f MiB after warming up, %.1f MiB at the end (%+.1f MiB)",
               strokes, beforeAnything, start, end, end - start);

@@ -1,0 +1,205 @@
+#include "OverlayScene.h"
+
+#include "Clock.h"
+#include "DrawingCommands.h"
+#include "DrawingStore.h"
+#include "OverlayKeyMap.h"
+#include "Renderer.h"
+#include "Settings.h"
+#include "SystemMemory.h"
+
+#include <QPainter>
+#include <chrono>
+#include <cstdio>
+
+namespace {
+
+// A stale area in this many pieces is handled as one rect around them.
+constexpr int mostStalePieces = 4096;
+
+} // namespace
+
+OverlayScene::OverlayScene(DrawingStore& store, QObject* parent) : QObject(parent), store(store) {
+    connect(&store, &DrawingStore::drawingStoreChanged, this, &OverlayScene::storeChanged);
+    // A setting edited while ink shows (in the Settings window, or in the file).
+    connect(&Settings::shared(), &Settings::changed, this, [this](Settings::Key key) {
+        if (key == Settings::Key::fadeSeconds || key == Settings::Key::hudVisible)
+            storeChanged();
+    });
+}
+
+void OverlayScene::setGeometry(const QRect& onDesktop) {
+    if (onDesktop == geometry_)
+        return;
+    geometry_ = onDesktop;
+    storeChanged();
+}
+
+Qt::CursorShape OverlayScene::cursor() const {
+    return store.isDrawing() ? Qt::CrossCursor : Qt::ArrowCursor;
+}
+
+// ---- what to repaint
+
+DamageTracker::Frame OverlayScene::frameNow() const {
+    DamageTracker::Frame frame;
+    frame.now = Clock::now();
+    // Only when it can matter: a damaged value is reported where it is used.
+    if (!store.items().empty())
+        frame.fadeDelay = DrawingStore::fadeSeconds();
+    frame.hudVisible = store.isDrawing() && Settings::shared().hudVisible();
+    return frame;
+}
+
+void OverlayScene::storeChanged() {
+    markStale(damage.update(store, geometry_, frameNow()));
+    const bool wasInUse = inUse;
+    inUse = store.isDrawing() || !store.items().empty() || store.current();
+    // Thousands of strokes leave the allocator holding memory it would reuse;
+    // once nothing is left to show, the system gets it back.
+    if (wasInUse && !inUse)
+        SystemMemory::returnUnused();
+}
+
+void OverlayScene::markStale(const QRegion& region) {
+    if (region.isEmpty())
+        return;
+    stale += region;
+    if (stale.rectCount() > mostStalePieces)
+        stale = stale.boundingRect();
+    emit repaintNeeded(region);
+}
+
+// ---- painting
+
+void OverlayScene::paint(QPainter& painter, const QRegion& region) {
+    const bool everything = (QRegion(QRect(QPoint(), geometry_.size())) - region).isEmpty();
+    // A partial repaint must match the pixels around it, which show the drawing
+    // as of the last announced change: same moment, same settings.
+    const DamageTracker::Frame frame =
+        everything || !damage.knowsAnything() ? frameNow() : damage.frame();
+    const QRegion changed = damage.update(store, geometry_, frame);
+    stale -= region;
+    if (everything)
+        stale = QRegion();
+    else
+        markStale(changed - region);
+
+    const QPoint origin = geometry_.topLeft();
+    const qreal dpr = painter.device()->devicePixelRatio();
+    const std::span<const Item> items = store.items();
+    const size_t steady = damage.firstSteady();
+    layer.update(items.subspan(steady), damage.items().subspan(steady), origin, geometry_.size(),
+                 dpr);
+    fading.keepOnly(damage.items().first(steady));
+
+    painter.save();
+    painter.setClipRegion(region, Qt::IntersectClip);
+    paintVeil(painter, region);
+    painter.translate(-QPointF(origin));
+    paintFading(painter, region, origin, dpr);
+    painter.translate(QPointF(origin));
+    layer.paint(painter, region.boundingRect());
+    painter.translate(-QPointF(origin));
+    paintCurrent(painter, region, origin);
+    painter.translate(QPointF(origin));
+    paintHintBar(painter, region);
+    painter.restore();
+    reportFirstPaint();
+}
+
+void OverlayScene::paintVeil(QPainter& painter, const QRegion& region) const {
+    // Replaces what the window showed before; while drawing, the veil is too
+    // faint to see but keeps the window from being entirely clear.
+    // The painter is clipped to the region: one fill covers all its pieces.
+    const QColor veil = QColor::fromRgbF(0, 0, 0, store.isDrawing() ? 0.01f : 0.0f);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(region.boundingRect(), veil);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+}
+
+// The fading items are the oldest, so they lie below everything else.
+void OverlayScene::paintFading(QPainter& painter, const QRegion& region, QPoint origin, qreal dpr) {
+    const std::span<const DrawnItem> drawn = damage.items().first(damage.firstSteady());
+    const QRectF area = QRectF(region.boundingRect()).translated(QPointF(origin));
+    for (size_t i = 0; i < drawn.size(); ++i) {
+        if (drawn[i].alpha <= 0 || !drawn[i].bounds.intersects(area) ||
+            !region.intersects(drawn[i].bounds.translated(-QPointF(origin)).toAlignedRect()))
+            continue;
+        const Item& item = store.items()[i];
+        if (!fading.draw(painter, item, drawn[i], origin, dpr, geometry_.size()))
+            Renderer::drawWithin(painter, item, drawn[i].alpha, false, area);
+    }
+}
+
+void OverlayScene::paintCurrent(QPainter& painter, const QRegion& region, QPoint origin) const {
+    const auto& current = store.current();
+    if (!current)
+        return;
+    const QRectF area = QRectF(region.boundingRect()).translated(QPointF(origin));
+    Renderer::drawWithin(painter, *current, 1.0, current->kind == Tool::text, area);
+}
+
+void OverlayScene::paintHintBar(QPainter& painter, const QRegion& region) const {
+    if (store.isDrawing() && damage.frame().hudVisible && region.intersects(damage.hudRect()))
+        Renderer::drawHUD(painter, QRectF(QPointF(), QSizeF(geometry_.size())), store.tool(),
+                          store.colorIndex());
+}
+
+// For measuring how soon the overlay shows after the shortcut: with
+// QUILLERY_TRACE_PAINT set, the first paint while drawing says when it happened.
+void OverlayScene::reportFirstPaint() {
+    static const bool tracing = qEnvironmentVariableIsSet("QUILLERY_TRACE_PAINT");
+    if (!tracing || paintedWhileDrawing || !store.isDrawing())
+        return;
+    paintedWhileDrawing = true;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    std::fprintf(stderr, "quillery: overlay painted at %.3f\n",
+                 std::chrono::duration<double>(now).count());
+}
+
+// ---- pointer
+
+void OverlayScene::pointerPressed(QPointF at, Qt::MouseButton button) {
+    if (!store.isDrawing() || button != Qt::LeftButton)
+        return;
+    // Keys follow the pen: after a click the keyboard is here even if another
+    // window took it meanwhile.
+    emit keyboardWanted();
+    if (isTyping())
+        store.commitText();
+    else if (const auto& current = store.current(); current && !current->points.empty())
+        // The release of that stroke went to an output that is gone (its
+        // monitor was unplugged mid-stroke): keep the ink rather than replace it.
+        store.finishStroke(current->points.back());
+    if (store.tool() == Tool::text)
+        store.beginText(at);
+    else
+        store.begin(at);
+}
+
+void OverlayScene::pointerMoved(QPointF at, Qt::MouseButtons buttons) {
+    if (store.isDrawing() && buttons.testFlag(Qt::LeftButton))
+        store.update(at);
+}
+
+void OverlayScene::pointerReleased(QPointF at, Qt::MouseButton button) {
+    if (store.isDrawing() && button == Qt::LeftButton)
+        store.finishStroke(at);
+}
+
+// ---- keys
+
+bool OverlayScene::isTyping() const {
+    return store.current() && store.current()->kind == Tool::text;
+}
+
+void OverlayScene::keyPressed(const KeyPress& press) {
+    if (!store.isDrawing())
+        return;
+    const OverlayCommand command = OverlayKeyMap::commandFor(press, isTyping());
+    if (command.action == OverlayCommand::Action::stop)
+        emit stopRequested();
+    else
+        DrawingCommands::perform(store, command);
+}

@@ -1,0 +1,76 @@
+#include "WidgetOverlayHost.h"
+
+#include "DrawingStore.h"
+#include "OverlayWindow.h"
+#include "WindowSystem.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+#include <QScreen>
+
+WidgetOverlayHost::WidgetOverlayHost() {
+    screenChange.setSingleShot(true);
+    screenChange.setInterval(0);
+    connect(&screenChange, &QTimer::timeout, this, &OverlayHost::outputsChanged);
+    connect(qApp, &QGuiApplication::screenAdded, this, [this](QScreen* screen) {
+        watchScreen(screen);
+        screenChange.start();
+    });
+    connect(qApp, &QGuiApplication::screenRemoved, &screenChange, qOverload<>(&QTimer::start));
+    connect(qApp, &QGuiApplication::primaryScreenChanged, &screenChange,
+            qOverload<>(&QTimer::start));
+    for (QScreen* screen : QGuiApplication::screens())
+        watchScreen(screen);
+
+    shaped = !WindowSystem::current().isCompositing();
+    WindowSystem::current().watchCompositing([this] { compositingChanged(); });
+}
+
+void WidgetOverlayHost::watchScreen(QScreen* screen) {
+    connect(screen, &QScreen::geometryChanged, &screenChange, qOverload<>(&QTimer::start));
+}
+
+std::vector<OverlaySurface*> WidgetOverlayHost::rebuild(DrawingStore& store) {
+    for (OverlayWindow* window : windows_) {
+        window->orderOut();
+        // Deleted later: one of them may still be inside an event handler.
+        window->deleteLater();
+    }
+    windows_.clear();
+    // Asked afresh: a compositing manager may have come or gone unannounced
+    // (a server without XFixes).
+    shaped = !WindowSystem::current().isCompositing();
+    std::vector<OverlaySurface*> surfaces;
+    for (QScreen* screen : QGuiApplication::screens()) {
+        auto* window = new OverlayWindow(screen, store);
+        window->setShaped(shaped);
+        windows_.push_back(window);
+        surfaces.push_back(window);
+    }
+    return surfaces;
+}
+
+QPoint WidgetOverlayHost::pointerPosition() const {
+    return QCursor::pos();
+}
+
+void WidgetOverlayHost::compositingChanged() {
+    const bool nowShaped = !WindowSystem::current().isCompositing();
+    if (nowShaped == shaped)
+        return;
+    shaped = nowShaped;
+    for (OverlayWindow* window : windows_)
+        window->setShaped(shaped);
+    // Cut to its ink, the key window must hold the pointer to keep the pen.
+    if (!shaped || windows_.empty())
+        return;
+    OverlayWindow* key = windows_.front();
+    for (OverlayWindow* window : windows_)
+        if (window->geometry().contains(pointerPosition()))
+            key = window;
+    for (OverlayWindow* window : windows_)
+        if (window->hasKeyboard())
+            key = window;
+    if (key->canBecomeKey() && key->isVisible())
+        key->makeKey();
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "OverlayHost.h"
+
+#include <QTimer>
+
+class OverlayWindow;
+class QScreen;
+
+// Overlay surfaces as Qt widget windows, one per QScreen: the X11 host, and
+// what any other Qt platform (offscreen in tests) gets. Without a compositing
+// manager the windows are cut to their ink, switched live when one starts or
+// stops.
+class WidgetOverlayHost : public OverlayHost {
+    Q_OBJECT
+public:
+    WidgetOverlayHost();
+
+    std::vector<OverlaySurface*> rebuild(DrawingStore& store) override;
+    QPoint pointerPosition() const override;
+    QString name() const override { return QStringLiteral("x11"); }
+
+    const std::vector<OverlayWindow*>& windows() const { return windows_; }
+    // Whether the windows are cut to the ink, for want of a compositing manager.
+    bool isShaped() const { return shaped; }
+
+private:
+    void watchScreen(QScreen* screen);
+    void compositingChanged();
+
+    std::vector<OverlayWindow*> windows_;
+    bool shaped = false;
+    // Screen changes come in bursts (a monitor added moves the others too):
+    // one signal for the whole burst.
+    QTimer screenChange;
+};
