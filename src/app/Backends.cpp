@@ -15,8 +15,14 @@
 
 namespace {
 
+// A GUI application, if that is what runs (a plain QCoreApplication in some tests).
+QGuiApplication* guiApplication() {
+    return qobject_cast<QGuiApplication*>(QCoreApplication::instance());
+}
+
 xcb_connection_t* x11Connection() {
-    auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    QGuiApplication* gui = guiApplication();
+    auto* x11 = gui ? gui->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
     if (!x11 || !x11->connection() || xcb_connection_has_error(x11->connection()))
         return nullptr;
     return x11->connection();
@@ -35,7 +41,7 @@ void Backends::load() {
         HotKeyManager::shared().setBackend(std::make_unique<NullHotKeyBackend>());
     }
     // Qt windows serve any Qt platform that can show them.
-    if (qGuiApp)
+    if (guiApplication())
         OverlayHost::install(std::make_unique<WidgetOverlayHost>());
     else
         OverlayHost::install(std::make_unique<NullOverlayHost>());
