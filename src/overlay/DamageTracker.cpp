@@ -59,6 +59,13 @@ QRegion tiledRegion(const std::vector<QRect>& rects, QSize size) {
     return region;
 }
 
+// At a fractional pixel ratio a logical pixel's edge falls inside a device
+// pixel, which the painter clips whole: a pixel more around every change keeps
+// antialiased edges from being cut.
+QRect onePixelWider(const QRectF& rect) {
+    return rect.toAlignedRect().adjusted(-1, -1, 1, 1);
+}
+
 bool isFreehand(Tool kind) {
     return kind == Tool::pen || kind == Tool::highlighter;
 }
@@ -87,7 +94,7 @@ QRegion DamageTracker::update(const DrawingStore& store, const QRect& geometry,
         return QRegion(QRect(QPoint(), overlay.size()));
 
     for (const QRectF& rect : changed)
-        changedHere.push_back(rect.translated(-QPointF(overlay.topLeft())).toAlignedRect());
+        changedHere.push_back(onePixelWider(rect.translated(-QPointF(overlay.topLeft()))));
     const QRect whole(QPoint(), overlay.size());
     std::erase_if(changedHere, [&](QRect& rect) {
         rect &= whole;
@@ -228,7 +235,8 @@ void DamageTracker::updateHud(const DrawingStore& store, std::vector<QRect>& dam
     if (next.shown)
         next.rect =
             Renderer::hudRect(QRectF(QPointF(), QSizeF(overlay.size())), next.tool, next.colorIndex)
-                .toAlignedRect();
+                .toAlignedRect()
+                .adjusted(-1, -1, 1, 1);
     damage.push_back(hud.rect);
     damage.push_back(next.rect);
     hud = next;

@@ -2,6 +2,7 @@
 
 #include "DrawingStore.h"
 #include "Fatal.h"
+#include "FrameStats.h"
 #include "OverlayHost.h"
 #include "OverlayScene.h"
 #include "OverlaySurface.h"
@@ -80,6 +81,7 @@ void OverlayController::start() {
     rebuildSurfaces();
     if (surfaces_.empty())
         return;
+    FrameStats::shared().drawingStarted();
     store_.setDrawing(true);
     showSurfaces(true);
     isShown_ = true;

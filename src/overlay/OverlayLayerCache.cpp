@@ -14,7 +14,9 @@ constexpr int mostRectsPiecewise = 32;
 } // namespace
 
 QRect OverlayLayerCache::toLayer(const QRectF& bounds) const {
-    return bounds.translated(-QPointF(origin)).toAlignedRect() & QRect(QPoint(), size);
+    // A pixel wider: at a fractional pixel ratio the clip rounds to whole device pixels.
+    return bounds.translated(-QPointF(origin)).toAlignedRect().adjusted(-1, -1, 1, 1) &
+           QRect(QPoint(), size);
 }
 
 void OverlayLayerCache::update(std::span<const Item> items, std::span<const DrawnItem> drawn,
@@ -65,6 +67,11 @@ void OverlayLayerCache::update(std::span<const Item> items, std::span<const Draw
         paintOnTop(items.subspan(next));
     }
     held.assign(drawn.begin(), drawn.end());
+}
+
+void OverlayLayerCache::clear() {
+    image = QImage();
+    held.clear();
 }
 
 void OverlayLayerCache::repaintAll(std::span<const Item> items) {

@@ -29,6 +29,8 @@ public:
     void paint(QPainter& painter, const QRect& area) const;
 
     bool isEmpty() const { return held.empty(); }
+    // Lets the image go; the next update paints it afresh.
+    void clear();
     // How often the whole layer was painted again: after a change of size or
     // scale, or when too much went at once to repaint it piecewise.
     int fullRepaints() const { return wholeRepaints; }

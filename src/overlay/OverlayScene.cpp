@@ -57,8 +57,11 @@ void OverlayScene::storeChanged() {
     inUse = store.isDrawing() || !store.items().empty() || store.current();
     // Thousands of strokes leave the allocator holding memory it would reuse;
     // once nothing is left to show, the system gets it back.
-    if (wasInUse && !inUse)
+    if (wasInUse && !inUse) {
+        layer.clear();
+        fading.clear();
         SystemMemory::returnUnused();
+    }
 }
 
 void OverlayScene::markStale(const QRegion& region) {

@@ -2,18 +2,24 @@
 
 #include "OverlayScene.h"
 
+#include <QElapsedTimer>
+#include <QTimer>
 #include <QWidget>
 
 class DrawingStore;
 
 // Fills an overlay window with its scene: hands Qt's mouse and key events to
-// the scene in desktop coordinates and paints what the scene asks for.
+// the scene in desktop coordinates and paints what the scene asks for, at
+// most once per display frame: every pointer position reaches the drawing at
+// once, and the next frame shows all of them.
 class OverlayView : public QWidget {
     Q_OBJECT
 public:
     explicit OverlayView(DrawingStore& store, QWidget* parent = nullptr);
 
     OverlayScene& scene() { return scene_; }
+    // How long a frame of the view's screen lasts.
+    int frameIntervalMs() const;
     // Tells the scene where the view is on the desktop; the window calls this
     // when it moves.
     void placeScene();
@@ -29,5 +35,11 @@ protected:
     void keyPressEvent(QKeyEvent* event) override;
 
 private:
+    void sceneChanged(const QRegion& region);
+    void showPending();
+
     OverlayScene scene_;
+    QRegion pending;
+    QTimer nextFrame;
+    QElapsedTimer lastFrame;
 };

@@ -50,7 +50,7 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
     create();
 
     reshapeTimer.setSingleShot(true);
-    reshapeTimer.setInterval(0);
+    reshapeTimer.setInterval(view_->frameIntervalMs());
     connect(&reshapeTimer, &QTimer::timeout, this, [this] {
         if (shapeOutdated && mask)
             reshape([this] {
@@ -212,7 +212,9 @@ void OverlayWindow::drawingChanged() {
     if (!mask)
         return;
     shapeOutdated = true;
-    reshapeTimer.start();
+    // A frame's paint reshapes first; this is for changes that paint nothing.
+    if (!reshapeTimer.isActive())
+        reshapeTimer.start();
 }
 
 void OverlayWindow::moveEvent(QMoveEvent* event) {

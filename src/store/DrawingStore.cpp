@@ -13,7 +13,13 @@ DrawingStore& DrawingStore::shared() {
     return store;
 }
 
-DrawingStore::DrawingStore() = default;
+DrawingStore::DrawingStore() {
+    // Fading switched on (or the delay changed) with items on screen.
+    connect(&Settings::shared(), &Settings::changed, this, [this](Settings::Key key) {
+        if (key == Settings::Key::fadeSeconds && !items_.empty())
+            ensureTimer();
+    });
+}
 DrawingStore::~DrawingStore() = default;
 
 void DrawingStore::post() {
@@ -184,7 +190,8 @@ double DrawingStore::alpha(const Item& item, double now, double delay) {
 }
 
 void DrawingStore::ensureTimer() {
-    if (timer)
+    // With fading off nothing changes with time: nothing needs to wake.
+    if (timer || !(fadeSeconds() > 0))
         return;
     timer = std::make_unique<QTimer>();
     timer->setTimerType(Qt::PreciseTimer);
@@ -220,7 +227,7 @@ void DrawingStore::tick() {
     if (fading || items_.size() != before)
         post();
 
-    if (items_.empty()) {
+    if (items_.empty() || !(delay > 0)) {
         // We are inside the timer's own timeout signal: stop now, delete later.
         timer->stop();
         timer.release()->deleteLater();

@@ -67,6 +67,7 @@ public:
     static double fadeSeconds();
     static double alpha(const Item& item, double now);
     static double alpha(const Item& item, double now, double delay);
+    // Runs the fade timer while items may fade: some are kept and fading is on.
     void ensureTimer();
     bool isTimerRunning() const { return timer != nullptr; }
 

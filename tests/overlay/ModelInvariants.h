@@ -55,8 +55,8 @@ inline QString check(const DrawingStore& store) {
         if (std::find(items.begin(), items.end(), *current) != items.end())
             return QStringLiteral("the item in progress is also committed");
     }
-    // Whatever is committed either fades or stays: something must look after it.
-    if (!items.empty() && !store.isTimerRunning())
+    // Whatever is committed and may fade needs the timer that fades it.
+    if (!items.empty() && DrawingStore::fadeSeconds() > 0 && !store.isTimerRunning())
         return QStringLiteral("%1 items but no fade timer").arg(items.size());
     return {};
 }

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <vector>
+
+// Counters for benchmarks, kept only when QUILLERY_FRAME_STATS is set and
+// printed on stderr when the program ends: frames painted, pointer events,
+// the time from a pointer event's arrival to the end of the frame that shows
+// it, and the time from the start of drawing to its first frame.
+class FrameStats {
+public:
+    static FrameStats& shared();
+    ~FrameStats();
+
+    bool isOn() const { return on; }
+    void pointerEventArrived();
+    void drawingStarted();
+    // A host finished painting a frame (of any output).
+    void framePainted();
+
+private:
+    FrameStats();
+
+    bool on = false;
+    QElapsedTimer clock;
+    std::vector<qint64> waiting; // arrival times, ns, of events not yet shown
+    std::vector<qint64> latencies;
+    std::vector<qint64> firstFrames;
+    qint64 startedAt = -1;
+    long frames = 0;
+    long events = 0;
+};
