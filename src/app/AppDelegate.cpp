@@ -11,10 +11,13 @@
 #include "Settings.h"
 #include "SettingsWindow.h"
 #include "WelcomeWindow.h"
+#include "WindowSystem.h"
 
 #include <QActionGroup>
 #include <QApplication>
 #include <QCursor>
+#include <QDBusConnection>
+#include <QDBusServiceWatcher>
 #include <QMenu>
 #include <QMessageBox>
 #include <QScreen>
@@ -119,19 +122,17 @@ void AppDelegate::showStatusItemWhenTrayExists() {
                                "Quillery icon can't be shown yet. Quillery keeps running: %1 "
                                "starts drawing, and the icon appears as soon as a tray does.")
                                 .arg(HotKeyConfig::current().display())));
-    // A tray can come later (a panel that starts after us, or restarts). Looking
-    // every few seconds is one cheap X request, and stops once the icon is in.
-    trayPoll = new QTimer(this);
-    trayPoll->setInterval(trayPollIntervalMs);
-    connect(trayPoll, &QTimer::timeout, this, [this] {
-        if (!QSystemTrayIcon::isSystemTrayAvailable())
-            return;
-        statusItem_->show();
-        trayPoll->stop();
-        trayPoll->deleteLater();
-        trayPoll = nullptr;
-    });
-    trayPoll->start();
+    // A tray can come later (a panel that starts after us, or restarts): the
+    // desktop says when, so nothing needs to look in the meantime.
+    const auto showIfTrayCame = [this] {
+        if (statusItem_ && !statusItem_->isVisible() && QSystemTrayIcon::isSystemTrayAvailable())
+            statusItem_->show();
+    };
+    WindowSystem::current().watchSystemTray(showIfTrayCame);
+    auto* notifierHost = new QDBusServiceWatcher(QStringLiteral("org.kde.StatusNotifierWatcher"),
+                                                 QDBusConnection::sessionBus(),
+                                                 QDBusServiceWatcher::WatchForRegistration, this);
+    connect(notifierHost, &QDBusServiceWatcher::serviceRegistered, this, showIfTrayCame);
 }
 
 void AppDelegate::menuNeedsUpdate() {

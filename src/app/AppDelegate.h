@@ -44,7 +44,6 @@ public:
     WelcomeWindow* welcomeWindow() const { return welcomeWindow_.get(); }
 
     // How often a missing tray is looked for again.
-    static constexpr int trayPollIntervalMs = 3000;
 
 private:
     static bool isDrawing();
@@ -58,5 +57,4 @@ private:
     std::unique_ptr<QMenu> menu_;
     std::unique_ptr<SettingsWindow> settingsWindow_;
     std::unique_ptr<WelcomeWindow> welcomeWindow_;
-    QTimer* trayPoll = nullptr;
 };

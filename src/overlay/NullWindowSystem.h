@@ -14,5 +14,6 @@ public:
     // Offscreen windows keep their transparency: nothing to work around.
     bool isCompositing() override { return true; }
     void watchCompositing(std::function<void()>) override {}
+    void watchSystemTray(std::function<void()>) override {}
     void setVisibleRegion(WindowId, const std::optional<QRegion>&) override {}
 };

@@ -2,6 +2,7 @@
 
 #include "FrameStats.h"
 
+#include <QCoreApplication>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QScreen>
@@ -31,22 +32,29 @@ int OverlayView::frameIntervalMs() const {
     return qMax(1, qRound(1000 / (rate > 1 ? rate : fallbackRefreshRate)));
 }
 
-// The first change after a quiet spell shows at once; later ones wait for the
-// next frame, one frame after the last began.
+// A change shows at once when a frame's time has passed since the last one
+// began, and otherwise with the next frame: one frame after the last began,
+// or sooner, at the first change after that moment. Painting at once, not at
+// the next turn of the event loop, keeps the ink following the pen while a
+// stream of pointer events leaves the loop no turn to take.
 void OverlayView::sceneChanged(const QRegion& region) {
     pending += region;
-    if (nextFrame.isActive())
-        return;
     const qint64 since = lastFrame.isValid() ? lastFrame.elapsed() : frameIntervalMs();
     if (since >= frameIntervalMs())
         showPending();
-    else
+    else if (!nextFrame.isActive())
         nextFrame.start(int(frameIntervalMs() - since));
 }
 
 void OverlayView::showPending() {
+    nextFrame.stop();
     update(pending);
     pending = QRegion();
+    if (!isVisible())
+        return;
+    // Through the window, which fits its shape around the paint when it has one.
+    QEvent request(QEvent::UpdateRequest);
+    QCoreApplication::sendEvent(window(), &request);
 }
 
 void OverlayView::updateCursor() {

@@ -42,6 +42,9 @@ public:
     // compositing manager started or stopped (possibly more than once per
     // change). One observer; a later call replaces it.
     virtual void watchCompositing(std::function<void()> changed) = 0;
+    // Calls changed, like watchCompositing, after a system tray of the
+    // window system's own kind (XEmbed on X11) started or stopped.
+    virtual void watchSystemTray(std::function<void()> changed) = 0;
     // Limits what window shows of itself to region, in the window's native
     // pixels; std::nullopt shows all of it again.
     virtual void setVisibleRegion(WindowId window, const std::optional<QRegion>& region) = 0;

@@ -48,7 +48,8 @@ X11WindowSystem::X11WindowSystem(xcb_connection_t* connection)
     : connection(connection), screenNumber(defaultScreenNumber()),
       root(rootOfScreen(connection, screenNumber)), netActiveWindow(atom("_NET_ACTIVE_WINDOW")),
       netSupported(atom("_NET_SUPPORTED")), wmState(atom("WM_STATE")),
-      compositorSelection(atom(("_NET_WM_CM_S" + std::to_string(screenNumber)).c_str())) {}
+      compositorSelection(atom(("_NET_WM_CM_S" + std::to_string(screenNumber)).c_str())),
+      traySelection(atom(("_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber)).c_str())) {}
 
 X11WindowSystem::~X11WindowSystem() = default;
 
@@ -164,21 +165,28 @@ bool X11WindowSystem::isCompositing() {
 
 void X11WindowSystem::watchCompositing(std::function<void()> changed) {
     compositingChanged = std::move(changed);
-    if (!filterInstalled && QCoreApplication::instance()) {
-        QCoreApplication::instance()->installNativeEventFilter(this);
-        filterInstalled = true;
-        selectCompositorEvents();
-    }
+    watchSelection(compositorSelection);
 }
 
-void X11WindowSystem::selectCompositorEvents() {
-    if (!hasExtension(&xcb_xfixes_id))
+// An XEmbed tray owns _NET_SYSTEM_TRAY_S<screen>.
+void X11WindowSystem::watchSystemTray(std::function<void()> changed) {
+    trayChanged = std::move(changed);
+    watchSelection(traySelection);
+}
+
+void X11WindowSystem::watchSelection(xcb_atom_t selection) {
+    if (!QCoreApplication::instance() || !hasExtension(&xcb_xfixes_id))
         return;
-    // Every client states the XFixes version it speaks before its first request.
-    std::free(xcb_xfixes_query_version_reply(
-        connection, xcb_xfixes_query_version(connection, XCB_XFIXES_MAJOR_VERSION, 0), nullptr));
-    xfixesFirstEvent = xcb_get_extension_data(connection, &xcb_xfixes_id)->first_event;
-    xcb_xfixes_select_selection_input(connection, root, compositorSelection,
+    if (!filterInstalled) {
+        QCoreApplication::instance()->installNativeEventFilter(this);
+        filterInstalled = true;
+        // Every client states the XFixes version it speaks before its first request.
+        std::free(xcb_xfixes_query_version_reply(
+            connection, xcb_xfixes_query_version(connection, XCB_XFIXES_MAJOR_VERSION, 0),
+            nullptr));
+        xfixesFirstEvent = xcb_get_extension_data(connection, &xcb_xfixes_id)->first_event;
+    }
+    xcb_xfixes_select_selection_input(connection, root, selection,
                                       XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER |
                                           XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY |
                                           XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
@@ -192,9 +200,11 @@ bool X11WindowSystem::nativeEventFilter(const QByteArray& eventType, void* messa
     if ((event->response_type & 0x7f) != xfixesFirstEvent + XCB_XFIXES_SELECTION_NOTIFY)
         return false;
     const auto* notify = reinterpret_cast<const xcb_xfixes_selection_notify_event_t*>(event);
+    // Not from inside Qt's event dispatch: the observers repaint and reshape windows.
     if (notify->selection == compositorSelection && compositingChanged)
-        // Not from inside Qt's event dispatch: the observer repaints and reshapes windows.
         QTimer::singleShot(0, QCoreApplication::instance(), compositingChanged);
+    if (notify->selection == traySelection && trayChanged)
+        QTimer::singleShot(0, QCoreApplication::instance(), trayChanged);
     // Qt watches selections too (the clipboard): never take the event from it.
     return false;
 }

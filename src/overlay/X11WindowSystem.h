@@ -22,6 +22,7 @@ public:
     void releaseFocus() override;
     bool isCompositing() override;
     void watchCompositing(std::function<void()> changed) override;
+    void watchSystemTray(std::function<void()> changed) override;
     void setVisibleRegion(WindowId window, const std::optional<QRegion>& region) override;
 
 private:
@@ -32,7 +33,7 @@ private:
     // Whether window exists, and whether it is viewable (mapped with all its ancestors).
     bool exists(xcb_window_t window, bool* viewable) const;
     bool hasExtension(xcb_extension_t* extension) const;
-    void selectCompositorEvents();
+    void watchSelection(xcb_atom_t selection);
 
     xcb_connection_t* connection;
     int screenNumber;
@@ -41,8 +42,10 @@ private:
     xcb_atom_t netSupported;
     xcb_atom_t wmState;
     xcb_atom_t compositorSelection;
+    xcb_atom_t traySelection;
     // The first event number of XFixes on this connection; 0 without XFixes.
     uint8_t xfixesFirstEvent = 0;
     bool filterInstalled = false;
     std::function<void()> compositingChanged;
+    std::function<void()> trayChanged;
 };

@@ -28,7 +28,7 @@ private Q_SLOTS:
 
         panel.start("tint2", {});
         QTRY_VERIFY_WITH_TIMEOUT(!XDesktop::trayIcon().isNull(),
-                                 15000); // looked for every few seconds
+                                 15000); // shown once the tray announces itself
         QCOMPARE(quillery.state(), QProcess::Running);
         said += quillery.readAllStandardError();
         QCOMPARE(said.count("no system tray"), 1); // said once, not at every look
