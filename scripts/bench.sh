@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release and prints their figures: the renderer's and
 # the overlay's frame costs (Google Benchmark), then the whole program's under
-# a private X server with a compositor, on one and on two 1920x1080 screens.
+# a private X server with a compositor, on one and on two 1920x1080 screens,
+# and the drawing workload of bench/pointer_workload.sh.
 # Not part of the test suite; the figures vary with the machine and its load.
 #   bash scripts/bench.sh [build directory, default build-bench]
 set -euo pipefail
@@ -16,3 +17,5 @@ tests/support/with-x --compositor --screen 1920x1080 -- \
     bash bench/program_figures.sh "$dir/quillery" 1 10000
 tests/support/with-x --compositor --screen 3840x1080 -- \
     bash bench/program_figures.sh "$dir/quillery" 2 0
+taskset -c 0 tests/support/with-x --compositor --screen 1920x1080 -- \
+    bash bench/pointer_workload.sh "$dir/quillery"
