@@ -3,6 +3,7 @@
 #include "Renderer.h"
 
 #include <QPainter>
+#include <cstring>
 
 namespace {
 
@@ -10,8 +11,53 @@ namespace {
 // as repainting everything.
 constexpr size_t mostItemsGonePiecewise = 64;
 constexpr int mostRectsPiecewise = 32;
+// How much of what lies under the newest items is kept for undoing them.
+constexpr size_t mostBytesUnderneath = 32u << 20;
+constexpr size_t mostItemsUnderneath = 64;
 
 } // namespace
+
+QRect OverlayLayerCache::deviceArea(const QRectF& bounds) const {
+    const QRectF onLayer = bounds.translated(-QPointF(origin));
+    return QRectF(onLayer.topLeft() * dpr, onLayer.size() * dpr)
+               .toAlignedRect()
+               .adjusted(-1, -1, 1, 1) &
+           image.rect();
+}
+
+void OverlayLayerCache::paintNewOnTop(std::span<const Item> items,
+                                      std::span<const DrawnItem> drawn) {
+    for (size_t i = 0; i < items.size(); ++i) {
+        const QRect area = deviceArea(drawn[i].bounds);
+        QImage pixels = image.copy(area);
+        underneathBytes += size_t(pixels.sizeInBytes());
+        underneath.push_back({drawn[i].key.id, area, std::move(pixels)});
+        paintOnTop(items.subspan(i, 1));
+    }
+    while (!underneath.empty() &&
+           (underneathBytes > mostBytesUnderneath || underneath.size() > mostItemsUnderneath)) {
+        underneathBytes -= size_t(underneath.front().pixels.sizeInBytes());
+        underneath.erase(underneath.begin());
+    }
+}
+
+bool OverlayLayerCache::takeOffNewest(size_t count) {
+    if (count > underneath.size())
+        return false;
+    for (size_t i = 0; i < count; ++i)
+        if (underneath[underneath.size() - 1 - i].id != held[held.size() - 1 - i].key.id)
+            return false;
+    for (size_t i = 0; i < count; ++i) {
+        const Underneath& patch = underneath.back();
+        const int bytesPerLine = patch.area.width() * 4;
+        for (int y = 0; y < patch.area.height(); ++y)
+            std::memcpy(image.scanLine(patch.area.top() + y) + patch.area.left() * 4,
+                        patch.pixels.constScanLine(y), size_t(bytesPerLine));
+        underneathBytes -= size_t(patch.pixels.sizeInBytes());
+        underneath.pop_back();
+    }
+    return true;
+}
 
 QRect OverlayLayerCache::toLayer(const QRectF& bounds) const {
     // A pixel wider: at a fractional pixel ratio the clip rounds to whole device pixels.
@@ -22,8 +68,7 @@ QRect OverlayLayerCache::toLayer(const QRectF& bounds) const {
 void OverlayLayerCache::update(std::span<const Item> items, std::span<const DrawnItem> drawn,
                                QPoint newOrigin, QSize newSize, qreal newDpr) {
     if (items.empty() || newSize.isEmpty()) {
-        image = QImage();
-        held.clear();
+        clear();
         return;
     }
     if (image.isNull() || newOrigin != origin || newSize != size || newDpr != dpr) {
@@ -32,7 +77,7 @@ void OverlayLayerCache::update(std::span<const Item> items, std::span<const Draw
         dpr = newDpr;
         image = QImage(size * dpr, QImage::Format_ARGB32_Premultiplied);
         if (image.isNull()) { // out of memory: the overlay paints every item itself
-            held.clear();
+            clear();
             return;
         }
         image.setDevicePixelRatio(dpr);
@@ -45,6 +90,13 @@ void OverlayLayerCache::update(std::span<const Item> items, std::span<const Draw
                            held.back().key == drawn.back().key;
     if (unchanged)
         return;
+    // Undone: the newest went, the rest stayed as they were.
+    const bool newestWent = drawn.size() < held.size() && drawn.front().key == held.front().key &&
+                            drawn.back().key == held[drawn.size() - 1].key;
+    if (newestWent && takeOffNewest(held.size() - drawn.size())) {
+        held.resize(drawn.size());
+        return;
+    }
     // The store only appends items and takes some away, so walking both lists
     // in order tells which of the held items went and which are new at the end.
     QRegion gone;
@@ -62,9 +114,11 @@ void OverlayLayerCache::update(std::span<const Item> items, std::span<const Draw
     if (goneCount > mostItemsGonePiecewise || gone.rectCount() > mostRectsPiecewise) {
         repaintAll(items);
     } else {
-        if (!gone.isEmpty())
+        if (!gone.isEmpty()) {
             repaintWhere(gone, items.first(next), drawn.first(next));
-        paintOnTop(items.subspan(next));
+            forgetUnderneath(); // painted over differently now
+        }
+        paintNewOnTop(items.subspan(next), drawn.subspan(next));
     }
     held.assign(drawn.begin(), drawn.end());
 }
@@ -72,10 +126,17 @@ void OverlayLayerCache::update(std::span<const Item> items, std::span<const Draw
 void OverlayLayerCache::clear() {
     image = QImage();
     held.clear();
+    forgetUnderneath();
+}
+
+void OverlayLayerCache::forgetUnderneath() {
+    underneath.clear();
+    underneathBytes = 0;
 }
 
 void OverlayLayerCache::repaintAll(std::span<const Item> items) {
     ++wholeRepaints;
+    forgetUnderneath();
     image.fill(Qt::transparent);
     paintOnTop(items);
 }

@@ -15,7 +15,9 @@ class QPainter;
 // of one overlay's size, so that a repaint copies them instead of stroking
 // them again. The layer follows the items it is given: a new item is painted
 // on top, an item that went (undone, or fading and so painted live) is taken
-// out by repainting only the area it covered.
+// out by repainting only the area it covered. The pixels each of the newest
+// items was painted over are kept, so that undoing them puts those back
+// instead of painting what lies underneath again.
 class OverlayLayerCache {
 public:
     // Makes the layer show exactly `items` (oldest below newest; `drawn`
@@ -40,6 +42,12 @@ private:
     void repaintWhere(const QRegion& region, std::span<const Item> items,
                       std::span<const DrawnItem> drawn);
     void paintOnTop(std::span<const Item> items);
+    // Paints newly committed items, keeping the pixels each covers.
+    void paintNewOnTop(std::span<const Item> items, std::span<const DrawnItem> drawn);
+    // Puts back what the newest held items covered; false when it can't.
+    bool takeOffNewest(size_t count);
+    void forgetUnderneath();
+    QRect deviceArea(const QRectF& bounds) const;
     QRect toLayer(const QRectF& bounds) const;
 
     QImage image;
@@ -47,5 +55,13 @@ private:
     QSize size;
     qreal dpr = 1;
     std::vector<DrawnItem> held;
+    // What lay under each of the newest items, newest last.
+    struct Underneath {
+        quint64 id;
+        QRect area; // device pixels
+        QImage pixels;
+    };
+    std::vector<Underneath> underneath;
+    size_t underneathBytes = 0;
     int wholeRepaints = 0;
 };
