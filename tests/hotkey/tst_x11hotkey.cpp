@@ -69,7 +69,7 @@ class X11HotKeyTest : public QObject {
     void countPresses() {
         manager().onPress = [this] {
             ++presses;
-            allOnMainThread &= QThread::currentThread() == qApp->thread();
+            allOnMainThread &= QThread::currentThread() == QCoreApplication::instance()->thread();
         };
     }
 
@@ -121,7 +121,7 @@ private Q_SLOTS:
         markerWindow.create();
         watcher.markerType = other.markerAtom;
         manager(); // its filter first, so the watcher sees events before it
-        qApp->installNativeEventFilter(&watcher);
+        QCoreApplication::instance()->installNativeEventFilter(&watcher);
         QVERIFY(!XDesktop::run("xset", {"r", "rate", "200", "40"}).isNull());
     }
     void init() {
