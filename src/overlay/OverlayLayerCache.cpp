@@ -12,7 +12,7 @@ namespace {
 constexpr size_t mostItemsGonePiecewise = 64;
 constexpr int mostRectsPiecewise = 32;
 // How much of what lies under the newest items is kept for undoing them.
-constexpr size_t mostBytesUnderneath = 32u << 20;
+constexpr size_t mostBytesUnderneath = 8u << 20;
 constexpr size_t mostItemsUnderneath = 64;
 
 } // namespace
