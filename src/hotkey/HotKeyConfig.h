@@ -20,7 +20,7 @@ struct HotKeyConfig {
 
     // Ctrl+Alt+D.
     static HotKeyConfig defaultShortcut();
-    // The shortcut in force, read afresh from the settings ("hkCode", "hkMods", "hkName").
+    // The shortcut in force, as the settings hold it now ("hkCode", "hkMods", "hkName").
     // A stored number outside 32 bits is fatal.
     static HotKeyConfig current();
     void save() const;
