@@ -1,17 +1,11 @@
 #!/usr/bin/env bash
-# Builds the Debian package, installs it on this machine with apt-get, checks
-# what it installed, and removes it again, making sure nothing is left behind.
-# Needs root (it installs a package); elsewhere it skips with status 77.
+# Builds the Debian package and checks it without installing it: its fields,
+# that apt could install it here (--simulate), and its files unpacked into a
+# temporary folder (the program runs and finds every library, the desktop
+# entry validates, the man page renders without warnings, the icons are there).
+# Nothing is installed on or removed from this machine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-if [ "$(id -u)" -ne 0 ]; then
-    echo "package-test: skipped, installing a package needs root"
-    exit 77
-fi
-if dpkg-query -W -f='${Status}' quillery 2>/dev/null | grep -q 'ok installed'; then
-    echo "package-test: skipped, quillery is already installed on this machine"
-    exit 77
-fi
 fail() {
     echo "package-test: FAILED: $*" >&2
     exit 1
@@ -26,29 +20,27 @@ rm -f "$dir"/quillery_*.deb
 deb=$(ls "$dir"/quillery_*.deb)
 echo "package-test: built $(basename "$deb")"
 dpkg-deb --field "$deb" Depends | grep -q 'libqt6widgets6' || fail "Depends lacks the Qt libraries"
+apt-get install --simulate -qq "$deb" >/dev/null 2>&1 || fail "apt-get install --simulate"
 
-export DEBIAN_FRONTEND=noninteractive
-apt-get install -y -qq "$deb" >/dev/null 2>&1 || fail "apt-get install"
-trap 'apt-get remove --purge -y -qq quillery >/dev/null 2>&1 || true' EXIT
-mapfile -t installed < <(dpkg -L quillery)
+root=$(mktemp -d)
+trap 'rm -rf "$root"' EXIT
+dpkg -x "$deb" "$root"
+outside=$(dpkg-deb --contents "$deb" | awk '{ print $6 }' | grep -v '^\./usr/' | grep -v '^\./$' || true)
+[ -z "$outside" ] || fail "files outside /usr: $outside"
 
-[ "$(command -v quillery)" = /usr/bin/quillery ] || fail "quillery is not on PATH at /usr/bin"
-version=$(quillery --version) || fail "quillery --version"
+binary="$root/usr/bin/quillery"
+[ -x "$binary" ] || fail "no /usr/bin/quillery"
+missing=$(ldd "$binary" | grep 'not found' || true)
+[ -z "$missing" ] || fail "libraries not found: $missing"
+version=$("$binary" --version) || fail "quillery --version"
 [[ "$version" == "quillery "* ]] || fail "unexpected version text: $version"
-desktop-file-validate /usr/share/applications/quillery.desktop || fail "desktop file"
-warnings=$(MANWIDTH=80 man --warnings -l /usr/share/man/man1/quillery.1.gz 2>&1 >/dev/null)
+desktop-file-validate "$root/usr/share/applications/quillery.desktop" || fail "desktop file"
+page="$root/usr/share/man/man1/quillery.1.gz"
+warnings=$(MANWIDTH=80 man --warnings -l "$page" 2>&1 >/dev/null)
 [ -z "$warnings" ] || fail "man page warnings: $warnings"
-MANWIDTH=80 man -l /usr/share/man/man1/quillery.1.gz | grep -q -- '--toggle' || fail "man page"
+MANWIDTH=80 man -l "$page" | grep -q -- '--toggle' || fail "man page"
 for icon in scalable/apps/quillery.svg 48x48/apps/quillery.png 256x256/apps/quillery.png \
     scalable/status/quillery-idle.svg scalable/status/quillery-drawing.svg; do
-    [ -s "/usr/share/icons/hicolor/$icon" ] || fail "missing icon $icon"
+    [ -s "$root/usr/share/icons/hicolor/$icon" ] || fail "missing icon $icon"
 done
-
-apt-get remove --purge -y -qq quillery >/dev/null 2>&1 || fail "apt-get remove"
-trap - EXIT
-left=()
-for path in "${installed[@]}"; do
-    if [ -f "$path" ] || [ -L "$path" ]; then left+=("$path"); fi
-done
-[ ${#left[@]} -eq 0 ] || fail "left behind: ${left[*]}"
-echo "package-test: installed $version, validated, removed; ${#installed[@]} paths, none left"
+echo "package-test: $version unpacked and checked, $(dpkg-deb --contents "$deb" | wc -l) paths"
