@@ -1,22 +1,11 @@
 #include "OverlayHost.h"
 
-#include "Fatal.h"
-
-namespace {
-
-std::unique_ptr<OverlayHost>& installed() {
-    static std::unique_ptr<OverlayHost> host;
-    return host;
-}
-
-} // namespace
+#include "BackendSlot.h"
 
 OverlayHost& OverlayHost::current() {
-    if (!installed())
-        fatalError(QStringLiteral("no overlay host was chosen at start-up"));
-    return *installed();
+    return BackendSlot<OverlayHost>::current("overlay host");
 }
 
 void OverlayHost::install(std::unique_ptr<OverlayHost> host) {
-    installed() = std::move(host);
+    BackendSlot<OverlayHost>::install(std::move(host));
 }

@@ -1,22 +1,11 @@
 #include "WindowSystem.h"
 
-#include "Fatal.h"
-
-namespace {
-
-std::unique_ptr<WindowSystem>& installed() {
-    static std::unique_ptr<WindowSystem> system;
-    return system;
-}
-
-} // namespace
+#include "BackendSlot.h"
 
 WindowSystem& WindowSystem::current() {
-    if (!installed())
-        fatalError(QStringLiteral("no window system was chosen at start-up"));
-    return *installed();
+    return BackendSlot<WindowSystem>::current("window system");
 }
 
 void WindowSystem::install(std::unique_ptr<WindowSystem> system) {
-    installed() = std::move(system);
+    BackendSlot<WindowSystem>::install(std::move(system));
 }
