@@ -233,10 +233,8 @@ void DamageTracker::updateHud(const DrawingStore& store, std::vector<QRect>& dam
         next.overlaySize == hud.overlaySize)
         return;
     if (next.shown)
-        next.rect =
-            Renderer::hudRect(QRectF(QPointF(), QSizeF(overlay.size())), next.tool, next.colorIndex)
-                .toAlignedRect()
-                .adjusted(-1, -1, 1, 1);
+        next.rect = onePixelWider(Renderer::hudRect(QRectF(QPointF(), QSizeF(overlay.size())),
+                                                    next.tool, next.colorIndex));
     damage.push_back(hud.rect);
     damage.push_back(next.rect);
     hud = next;

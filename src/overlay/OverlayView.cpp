@@ -39,11 +39,12 @@ int OverlayView::frameIntervalMs() const {
 // stream of pointer events leaves the loop no turn to take.
 void OverlayView::sceneChanged(const QRegion& region) {
     pending += region;
-    const qint64 since = lastFrame.isValid() ? lastFrame.elapsed() : frameIntervalMs();
-    if (since >= frameIntervalMs())
+    const int interval = frameIntervalMs();
+    const qint64 since = lastFrame.isValid() ? lastFrame.elapsed() : interval;
+    if (since >= interval)
         showPending();
     else if (!nextFrame.isActive())
-        nextFrame.start(int(frameIntervalMs() - since));
+        nextFrame.start(int(interval - since));
 }
 
 void OverlayView::showPending() {
