@@ -15,11 +15,6 @@ class HotKeyConfigTest : public QObject {
 
     std::unique_ptr<TestSettings> settings;
 
-    QByteArray writeSettings(const QByteArray& contents) {
-        QDir().mkpath(QFileInfo(settings->filePath()).path());
-        QFile file(settings->filePath());
-        return file.open(QIODevice::WriteOnly) && file.write(contents) ? contents : QByteArray();
-    }
     // What a new process prints and says on stderr; nothing printed if it crashed.
     static std::pair<QString, QString> readInChild() {
         QProcess child;
@@ -61,7 +56,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, stored);
         QFETCH(QString, printed);
         QFETCH(QString, error);
-        writeSettings("[General]\n" + stored);
+        settings->writeFile("[General]\n" + stored);
         const auto [out, err] = readInChild();
         QCOMPARE(out, printed);
         // Every complaint names the setting and the file, which is left alone to mend.

@@ -2,7 +2,6 @@
 #include "TestSettings.h"
 
 #include <QFile>
-#include <QSaveFile>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QtTest>
@@ -13,15 +12,6 @@ class SettingsTest : public QObject {
 
     std::unique_ptr<TestSettings> settings;
 
-    // Replaces the file the way editors and QSettings do: a new file renamed over it.
-    QByteArray replaceFile(const QByteArray& contents) {
-        QDir().mkpath(QFileInfo(settings->filePath()).path());
-        QSaveFile file(settings->filePath());
-        if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size() ||
-            !file.commit())
-            return {};
-        return contents;
-    }
     QByteArray fileContents() const {
         QFile file(settings->filePath());
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
@@ -52,16 +42,16 @@ private Q_SLOTS:
     }
 
     void handWrittenAndCorruptValues() {
-        replaceFile("[General]\nfadeSeconds=2.5\nhudVisible=false\nhkCode=4294967296\n");
+        settings->writeFile("[General]\nfadeSeconds=2.5\nhudVisible=false\nhkCode=4294967296\n");
         Settings& s = Settings::shared();
         s.reload();
         QCOMPARE(s.fadeSeconds(), 2.5);
         QVERIFY(!s.hudVisible());
         QCOMPARE(s.hotKeyCode(), std::optional<qint64>(4294967296LL));
         // Unreadable values fall back, and the user's file is never rewritten.
-        const QByteArray corrupt =
-            replaceFile("[General]\nfadeSeconds=soon\nhudVisible=maybe\nhkCode=D\nhkName=a, b\n"
-                        "hkMods=99999999999999999999\n");
+        const QByteArray corrupt = settings->writeFile(
+            "[General]\nfadeSeconds=soon\nhudVisible=maybe\nhkCode=D\nhkName=a, b\n"
+            "hkMods=99999999999999999999\n");
         s.reload();
         QCOMPARE(s.fadeSeconds(), 4.0);
         QVERIFY(s.hudVisible());
@@ -81,8 +71,8 @@ private Q_SLOTS:
         // Each of another size: QSettings tells a file that changed by its size
         // and time, and these come within a millisecond of each other.
         for (const double seconds : {15.0, 2.0, 8.5}) {
-            replaceFile(QByteArray("[General]\nfadeSeconds=") + QByteArray::number(seconds) +
-                        "\nhudVisible=false\n");
+            settings->writeFile(QByteArray("[General]\nfadeSeconds=") +
+                                QByteArray::number(seconds) + "\nhudVisible=false\n");
             QTRY_COMPARE(s.fadeSeconds(), seconds);
             QVERIFY(!s.hudVisible());
         }
