@@ -5,9 +5,11 @@ packages=(
     build-essential cmake ninja-build pkg-config clang-format
     qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev
     libxcb1-dev libxcb-keysyms1-dev libxcb-shape0-dev libxcb-xfixes0-dev
+    libwayland-dev libwayland-bin wayland-protocols librust-wayland-protocols-dev libxkbcommon-dev
     libbenchmark-dev fonts-dejavu-core
     xvfb openbox picom xdotool imagemagick xserver-xephyr x11-xserver-utils x11-utils
     tint2 dbus dbus-x11
+    sway xwayland grim wtype adwaita-icon-theme
     desktop-file-utils man-db groff-base dpkg-dev file
 )
 missing=()
