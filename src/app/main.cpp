@@ -14,6 +14,7 @@ int runInstance(int argc, char** argv, bool withRemoteControl) {
         std::fprintf(stderr, "%s\n", DesktopCheck::missingDesktopMessage());
         return 1;
     }
+    Backends::chooseOverlayHost();
     QApplication application(argc, argv);
     Backends::load();
     AppDelegate::prepareApplication();

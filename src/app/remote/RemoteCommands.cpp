@@ -3,6 +3,7 @@
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
 #include "OverlayController.h"
+#include "OverlayHost.h"
 #include "PaletteColor.h"
 
 #include <QCoreApplication>
@@ -57,9 +58,10 @@ RemoteReply RemoteCommands::execute(const QString& request) const {
 
 QString RemoteCommands::status() {
     const DrawingStore& store = OverlayController::shared().store();
-    return QStringLiteral("drawing: %1\ntool: %2\ncolor: %3\nwidth: %4\nitems: %5\n")
+    return QStringLiteral("drawing: %1\ntool: %2\ncolor: %3\nwidth: %4\nitems: %5\nhost: %6\n")
         .arg(store.isDrawing() ? QStringLiteral("on") : QStringLiteral("off"),
              rawValue(store.tool()), paletteColor(store.colorIndex()).name)
         .arg(store.width())
-        .arg(store.items().size());
+        .arg(store.items().size())
+        .arg(OverlayController::shared().host().name());
 }
