@@ -276,16 +276,18 @@ void WaylandOverlayHost::seatCapabilities(void* data, wl_seat* seat, uint32_t ca
     const bool hasPointer = capabilities & WL_SEAT_CAPABILITY_POINTER;
     if (hasPointer && !self->pointer) {
         self->pointer = wl_seat_get_pointer(seat);
+        // Designated, so that events added to later versions of the protocol
+        // (which are never sent at the version bound) stay null.
         static const wl_pointer_listener listener = {
-            &WaylandOverlayHost::pointerEnter,
-            &WaylandOverlayHost::pointerLeave,
-            &WaylandOverlayHost::pointerMotion,
-            &WaylandOverlayHost::pointerButton,
-            [](void*, wl_pointer*, uint32_t, uint32_t, wl_fixed_t) {},
-            [](void*, wl_pointer*) {},
-            [](void*, wl_pointer*, uint32_t) {},
-            [](void*, wl_pointer*, uint32_t, uint32_t) {},
-            [](void*, wl_pointer*, uint32_t, int32_t) {},
+            .enter = &WaylandOverlayHost::pointerEnter,
+            .leave = &WaylandOverlayHost::pointerLeave,
+            .motion = &WaylandOverlayHost::pointerMotion,
+            .button = &WaylandOverlayHost::pointerButton,
+            .axis = [](void*, wl_pointer*, uint32_t, uint32_t, wl_fixed_t) {},
+            .frame = [](void*, wl_pointer*) {},
+            .axis_source = [](void*, wl_pointer*, uint32_t) {},
+            .axis_stop = [](void*, wl_pointer*, uint32_t, uint32_t) {},
+            .axis_discrete = [](void*, wl_pointer*, uint32_t, int32_t) {},
         };
         wl_pointer_add_listener(self->pointer, &listener, self);
     } else if (!hasPointer && self->pointer) {
