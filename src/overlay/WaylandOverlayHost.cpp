@@ -288,6 +288,7 @@ void WaylandOverlayHost::seatCapabilities(void* data, wl_seat* seat, uint32_t ca
             .axis_source = [](void*, wl_pointer*, uint32_t) {},
             .axis_stop = [](void*, wl_pointer*, uint32_t, uint32_t) {},
             .axis_discrete = [](void*, wl_pointer*, uint32_t, int32_t) {},
+            .axis_value120 = [](void*, wl_pointer*, uint32_t, int32_t) {},
         };
         wl_pointer_add_listener(self->pointer, &listener, self);
     } else if (!hasPointer && self->pointer) {
