@@ -1,0 +1,148 @@
+#include <QImage>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QtTest>
+
+// The real program on a layer-shell Wayland desktop (headless sway with two
+// outputs side by side), driven through a virtual pointer and keyboard as a
+// user would drive it, and seen through screenshots.
+class WaylandTest : public QObject {
+    Q_OBJECT
+
+    QProcess quillery;
+    QProcess pointer;  // wl-input: one for the whole test
+    QProcess keyboard; // holds a keyboard on the seat, so that it has one all along
+
+    static QString binary() { return qEnvironmentVariable("QUILLERY_BINARY"); }
+
+    static QByteArray output(const QString& program, const QStringList& arguments) {
+        QProcess process;
+        process.start(program, arguments);
+        process.waitForFinished(10000);
+        return process.readAllStandardOutput();
+    }
+    static bool run(const QString& program, const QStringList& arguments) {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process.start(program, arguments);
+        return process.waitForFinished(10000) && process.exitStatus() == QProcess::NormalExit &&
+               process.exitCode() == 0;
+    }
+    static QString status(const QString& key) {
+        const QRegularExpression line(QStringLiteral("^%1: (.*)$").arg(key),
+                                      QRegularExpression::MultilineOption);
+        return line.match(QString::fromUtf8(output(binary(), {QStringLiteral("--status")})))
+            .captured(1);
+    }
+    static bool type(const QStringList& arguments) {
+        return run(QStringLiteral("wtype"), arguments);
+    }
+    static QImage screenshot() {
+        return QImage::fromData(output(QStringLiteral("grim"), {QStringLiteral("-")}));
+    }
+
+    bool pointerDoes(const QString& command) {
+        pointer.write(command.toUtf8() + '\n');
+        while (!pointer.canReadLine())
+            if (!pointer.waitForReadyRead(5000))
+                return false;
+        return pointer.readLine().trimmed() == "ok";
+    }
+    bool drag(QPoint from, QPoint to, int steps = 30) {
+        bool ok = pointerDoes(QStringLiteral("move %1 %2").arg(from.x()).arg(from.y())) &&
+                  pointerDoes(QStringLiteral("down"));
+        for (int i = 1; ok && i <= steps; ++i) {
+            const QPoint at = from + (to - from) * i / steps;
+            ok = pointerDoes(QStringLiteral("move %1 %2").arg(at.x()).arg(at.y()));
+        }
+        return ok && pointerDoes(QStringLiteral("up"));
+    }
+
+    static int pixels(const QImage& image, QRect area, bool (*colour)(QColor)) {
+        int count = 0;
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            for (int x = area.left(); x <= area.right(); ++x)
+                count += colour(image.pixelColor(x, y)) ? 1 : 0;
+        return count;
+    }
+    static bool red(QColor c) { return c.red() > 200 && c.green() < 110 && c.blue() < 110; }
+    static bool blue(QColor c) { return c.blue() > 200 && c.red() < 80 && c.green() < 170; }
+    static bool showsOn(QRect area, bool (*colour)(QColor)) {
+        return pixels(screenshot(), area, colour) > 0;
+    }
+
+private Q_SLOTS:
+    void initTestCase() {
+        QSettings(qEnvironmentVariable("XDG_CONFIG_HOME") + "/Quillery/Quillery.conf",
+                  QSettings::IniFormat)
+            .setValue("fadeSeconds", 3); // time enough to look, short enough to wait for
+        keyboard.start(QStringLiteral("wtype"), {QStringLiteral("-s"), QStringLiteral("3600000")});
+        QTRY_VERIFY_WITH_TIMEOUT(
+            output(QStringLiteral("swaymsg"), {"-t", "get_seats"}).contains("\"keyboard\""), 10000);
+        pointer.start(qEnvironmentVariable("QUILLERY_WL_INPUT"), {});
+        QVERIFY(pointer.waitForReadyRead(10000));
+        QCOMPARE(pointer.readLine().trimmed(), "ready");
+
+        quillery.setProcessChannelMode(QProcess::ForwardedChannels);
+        quillery.start(binary(), {});
+        QTRY_COMPARE_WITH_TIMEOUT(status(QStringLiteral("host")), QStringLiteral("wayland"), 10000);
+    }
+
+    void aCompositorBindingStartsDrawing() {
+        QVERIFY(run(QStringLiteral("swaymsg"),
+                    {QStringLiteral("bindsym Ctrl+Alt+d exec %1 --toggle").arg(binary())}));
+        QVERIFY(type({"-M", "ctrl", "-M", "alt", "d", "-m", "alt", "-m", "ctrl"}));
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
+        // The overlay is up once its hint bar shows, with the colour's red dot.
+        QTRY_VERIFY_WITH_TIMEOUT(showsOn({0, 0, 1920, 200}, red), 10000);
+    }
+
+    void aStrokeCrossesFromOneOutputToTheNext() {
+        QVERIFY(drag({1700, 400}, {2300, 400}));
+        QTRY_COMPARE(status(QStringLiteral("items")), QStringLiteral("1"));
+        QTRY_VERIFY(showsOn({1780, 390, 40, 20}, red) && showsOn({2180, 390, 40, 20}, red));
+    }
+
+    void keysChooseToolsColoursAndTypeAccents() {
+        QVERIFY(type({QStringLiteral("e")}));
+        QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("ellipse"));
+        QVERIFY(type({QStringLiteral("4")}));
+        QTRY_COMPARE(status(QStringLiteral("color")), QStringLiteral("Blue"));
+        QVERIFY(type({QStringLiteral("t")}));
+        QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("text"));
+        QVERIFY(pointerDoes(QStringLiteral("move 300 700")) &&
+                pointerDoes(QStringLiteral("click")));
+        QVERIFY(type({QStringLiteral("Café ñ")}));
+        QVERIFY(type({QStringLiteral("-k"), QStringLiteral("Return")}));
+        QTRY_COMPARE(status(QStringLiteral("items")), QStringLiteral("2"));
+        QTRY_VERIFY(showsOn({280, 640, 300, 120}, blue));
+    }
+
+    void escStopsAndTheInkFades() {
+        QVERIFY(type({QStringLiteral("-k"), QStringLiteral("Escape")}));
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !showsOn({1780, 390, 40, 20}, red) && !showsOn({280, 640, 300, 120}, blue), 10000);
+        QCOMPARE(status(QStringLiteral("items")), QStringLiteral("0"));
+    }
+
+    void theCommandLineStartsAndStops() {
+        QVERIFY(run(binary(), {QStringLiteral("--start")}));
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
+        QVERIFY(run(binary(), {QStringLiteral("--stop")}));
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
+    }
+
+    void cleanupTestCase() {
+        run(binary(), {QStringLiteral("--quit")});
+        quillery.waitForFinished(5000);
+        pointer.closeWriteChannel();
+        pointer.waitForFinished(5000);
+        keyboard.kill();
+        keyboard.waitForFinished(5000);
+    }
+};
+
+QTEST_GUILESS_MAIN(WaylandTest)
+#include "tst_wayland.moc"
