@@ -46,5 +46,8 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://example.org/quillery")
 # platform plugin Qt loads at run time is not linked, so it is named here.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins")
+# On Wayland: a cursor theme with a crosshair for the overlay, and Qt's own
+# Wayland platform for the tray menu and windows.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "adwaita-icon-theme | dmz-cursor-theme, qt6-wayland")
 set(CPACK_STRIP_FILES ON)
 include(CPack)

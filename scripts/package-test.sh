@@ -20,6 +20,8 @@ rm -f "$dir"/quillery_*.deb
 deb=$(ls "$dir"/quillery_*.deb)
 echo "package-test: built $(basename "$deb")"
 dpkg-deb --field "$deb" Depends | grep -q 'libqt6widgets6' || fail "Depends lacks the Qt libraries"
+dpkg-deb --field "$deb" Depends | grep -q 'libwayland-client0' || fail "Depends lacks the Wayland libraries"
+dpkg-deb --field "$deb" Recommends | grep -q 'qt6-wayland' || fail "Recommends lacks Qt's Wayland platform"
 apt-get install --simulate -qq "$deb" >/dev/null 2>&1 || fail "apt-get install --simulate"
 
 root=$(mktemp -d)

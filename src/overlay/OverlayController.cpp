@@ -62,7 +62,8 @@ void OverlayController::rebuildSurfaces() {
     surfaces_ = host_.rebuild(store_);
     isShown_ = false;
     for (OverlaySurface* surface : surfaces_)
-        connect(&surface->scene(), &OverlayScene::stopRequested, this, &OverlayController::stop);
+        connect(&surface->scene(), &OverlayScene::stopRequested, this, &OverlayController::stop,
+                Qt::UniqueConnection);
 }
 
 OverlaySurface* OverlayController::surfaceUnderPointer() const {

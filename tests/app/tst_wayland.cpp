@@ -119,6 +119,18 @@ private Q_SLOTS:
         QTRY_VERIFY(showsOn({280, 640, 300, 120}, blue));
     }
 
+    void anOutputAddedWhileDrawingIsCoveredAtOnce() {
+        QVERIFY(run(QStringLiteral("swaymsg"), {QStringLiteral("create_output")}));
+        QVERIFY(run(QStringLiteral("swaymsg"),
+                    {QStringLiteral("output HEADLESS-3 resolution 1280x720 position 0 1080")}));
+        QVERIFY(type({QStringLiteral("p")}));
+        QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("pen"));
+        // Its hint bar, with the colour's blue dot, says its overlay is up.
+        QTRY_VERIFY_WITH_TIMEOUT(showsOn({0, 1080, 1280, 150}, blue), 10000);
+        QVERIFY(drag({100, 1300}, {600, 1300}));
+        QTRY_VERIFY(showsOn({340, 1290, 40, 20}, blue));
+    }
+
     void escStopsAndTheInkFades() {
         QVERIFY(type({QStringLiteral("-k"), QStringLiteral("Escape")}));
         QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));

@@ -101,6 +101,10 @@ QString CommandLine::helpText() {
               "  -h, --help      show this help and exit\n"
               "  -v, --version   show the version and exit\n"
               "\n"
+              "Environment:\n"
+              "  QUILLERY_OVERLAY_HOST=wayland|x11  draw on Wayland layer-shell surfaces or\n"
+              "                  on X11 windows; unset, Quillery picks what the desktop offers\n"
+              "\n"
               "Exit status: 0 on success, 1 if Quillery is not running or failed,\n"
               "2 for a wrong option or command.\n");
 }
