@@ -8,17 +8,24 @@
 //   move X Y    the pointer to X,Y in the compositor's layout coordinates
 //   down, up    the left button pressed, released
 //   click       both
+//   window      opens one plain opaque window, which the compositor places
+//   clicks      "ok N": the button presses that window received so far
 // Exits 0 at the end of its input.
+#define _GNU_SOURCE // memfd_create
 #include <linux/input-event-codes.h>
+#include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 #include <time.h>
+#include <unistd.h>
 #include <wayland-client.h>
 
 #include "wlr-virtual-pointer-unstable-v1-client-protocol.h"
 #include "xdg-output-unstable-v1-client-protocol.h"
+#include "xdg-shell-client-protocol.h"
 
 struct output {
     struct wl_output* wl;
@@ -32,6 +39,19 @@ static struct wl_seat* seat;
 static struct zwlr_virtual_pointer_manager_v1* pointer_manager;
 static struct zxdg_output_manager_v1* output_manager;
 static struct output* outputs;
+static struct wl_compositor* compositor;
+static struct wl_shm* shm;
+static struct xdg_wm_base* wm_base;
+static uint32_t seat_capabilities;
+
+static struct {
+    struct wl_surface* surface;
+    struct wl_buffer* buffer;
+    struct wl_pointer* pointer;
+    int32_t width, height, next_width, next_height;
+    bool configured;
+    unsigned presses;
+} window;
 
 static void logical_position(void* data, struct zxdg_output_v1* xdg, int32_t x, int32_t y) {
     (void)xdg;
@@ -74,12 +94,55 @@ static void watch_outputs(void) {
     }
 }
 
+// A dispatcher rather than a listener, which would need a handler for every
+// event: presses are all that matter, and only this process's one surface can
+// have the pointer.
+static int pointer_event(const void* data, void* pointer, uint32_t opcode,
+                         const struct wl_message* event, union wl_argument* args) {
+    (void)data, (void)pointer, (void)opcode;
+    if (strcmp(event->name, "button") == 0 && args[3].u == WL_POINTER_BUTTON_STATE_PRESSED)
+        window.presses++;
+    return 0;
+}
+
+// Asking the seat for a pointer it lacks is a protocol error, and it has one
+// only once the compositor has handled our virtual pointer.
+static void watch_pointer(void) {
+    if (window.surface && !window.pointer && (seat_capabilities & WL_SEAT_CAPABILITY_POINTER)) {
+        window.pointer = wl_seat_get_pointer(seat);
+        wl_proxy_add_dispatcher((struct wl_proxy*)window.pointer, pointer_event, NULL, NULL);
+    }
+}
+
+static void seat_caps(void* data, struct wl_seat* wl_seat, uint32_t capabilities) {
+    (void)data, (void)wl_seat;
+    seat_capabilities = capabilities;
+    watch_pointer();
+}
+
+static const struct wl_seat_listener seat_listener = {.capabilities = seat_caps};
+
+static void ping(void* data, struct xdg_wm_base* base, uint32_t serial) {
+    (void)data;
+    xdg_wm_base_pong(base, serial);
+}
+
+static const struct xdg_wm_base_listener wm_base_listener = {ping};
+
 static void global(void* data, struct wl_registry* registry, uint32_t name, const char* interface,
                    uint32_t version) {
     (void)data;
     (void)version;
     if (strcmp(interface, wl_seat_interface.name) == 0 && !seat) {
         seat = wl_registry_bind(registry, name, &wl_seat_interface, 1);
+        wl_seat_add_listener(seat, &seat_listener, NULL);
+    } else if (strcmp(interface, wl_compositor_interface.name) == 0) {
+        compositor = wl_registry_bind(registry, name, &wl_compositor_interface, 1);
+    } else if (strcmp(interface, wl_shm_interface.name) == 0) {
+        shm = wl_registry_bind(registry, name, &wl_shm_interface, 1);
+    } else if (strcmp(interface, xdg_wm_base_interface.name) == 0) {
+        wm_base = wl_registry_bind(registry, name, &xdg_wm_base_interface, 1);
+        xdg_wm_base_add_listener(wm_base, &wm_base_listener, NULL);
     } else if (strcmp(interface, zwlr_virtual_pointer_manager_v1_interface.name) == 0) {
         pointer_manager =
             wl_registry_bind(registry, name, &zwlr_virtual_pointer_manager_v1_interface, 1);
@@ -153,6 +216,85 @@ static void button(struct zwlr_virtual_pointer_v1* pointer, enum wl_pointer_butt
     zwlr_virtual_pointer_v1_frame(pointer);
 }
 
+static struct wl_buffer* solid_buffer(int32_t width, int32_t height) {
+    size_t size = (size_t)width * (size_t)height * 4;
+    int fd = memfd_create("wl-input", MFD_CLOEXEC);
+    uint32_t* pixels = MAP_FAILED;
+    if (fd >= 0 && ftruncate(fd, (off_t)size) == 0)
+        pixels = mmap(NULL, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (pixels == MAP_FAILED)
+        abort();
+    for (size_t i = 0; i < size / 4; i++)
+        pixels[i] = 0xff336699;
+    munmap(pixels, size);
+    struct wl_shm_pool* pool = wl_shm_create_pool(shm, fd, (int32_t)size);
+    struct wl_buffer* buffer =
+        wl_shm_pool_create_buffer(pool, 0, width, height, width * 4, WL_SHM_FORMAT_XRGB8888);
+    wl_shm_pool_destroy(pool);
+    close(fd);
+    return buffer;
+}
+
+static void toplevel_configure(void* data, struct xdg_toplevel* toplevel, int32_t width,
+                               int32_t height, struct wl_array* states) {
+    (void)data, (void)toplevel, (void)states;
+    window.next_width = width > 0 ? width : 640;
+    window.next_height = height > 0 ? height : 480;
+}
+
+static void toplevel_close(void* data, struct xdg_toplevel* toplevel) {
+    (void)data, (void)toplevel;
+}
+
+static const struct xdg_toplevel_listener toplevel_listener = {
+    .configure = toplevel_configure,
+    .close = toplevel_close,
+};
+
+static void surface_configure(void* data, struct xdg_surface* xdg, uint32_t serial) {
+    (void)data;
+    xdg_surface_ack_configure(xdg, serial);
+    if (!window.buffer || window.width != window.next_width ||
+        window.height != window.next_height) {
+        // Allowed while the compositor still shows it: its memory never changes.
+        if (window.buffer)
+            wl_buffer_destroy(window.buffer);
+        window.width = window.next_width;
+        window.height = window.next_height;
+        window.buffer = solid_buffer(window.width, window.height);
+        wl_surface_attach(window.surface, window.buffer, 0, 0);
+        wl_surface_damage(window.surface, 0, 0, window.width, window.height);
+    }
+    wl_surface_commit(window.surface);
+    window.configured = true;
+}
+
+static const struct xdg_surface_listener surface_listener = {surface_configure};
+
+// Sway tiles the window only once it shows, with a second configure, and
+// places it when the client has answered that one: answer until the
+// compositor asks nothing more, so that clicks find the window where it stays.
+static const char* open_window(struct wl_display* display) {
+    if (window.surface)
+        return "there is already a window";
+    if (!compositor || !shm || !wm_base)
+        return "the compositor lacks wl_compositor, wl_shm or xdg_wm_base";
+    window.surface = wl_compositor_create_surface(compositor);
+    struct xdg_surface* xdg = xdg_wm_base_get_xdg_surface(wm_base, window.surface);
+    xdg_surface_add_listener(xdg, &surface_listener, NULL);
+    struct xdg_toplevel* toplevel = xdg_surface_get_toplevel(xdg);
+    xdg_toplevel_add_listener(toplevel, &toplevel_listener, NULL);
+    xdg_toplevel_set_title(toplevel, "wl-input");
+    wl_surface_commit(window.surface);
+    watch_pointer();
+    do {
+        window.configured = false;
+        if (wl_display_roundtrip(display) < 0)
+            return "the connection failed";
+    } while (window.configured || !window.buffer);
+    return NULL;
+}
+
 int main(void) {
     struct wl_display* display = wl_display_connect(NULL);
     if (!display) {
@@ -179,6 +321,7 @@ int main(void) {
     while (fgets(line, sizeof line, stdin)) {
         line[strcspn(line, "\r\n")] = '\0';
         const char* error = NULL;
+        bool report_clicks = false;
         int x, y;
         char end;
         if (sscanf(line, "move %d %d %c", &x, &y, &end) == 2)
@@ -190,6 +333,13 @@ int main(void) {
         else if (strcmp(line, "click") == 0) {
             button(pointer, WL_POINTER_BUTTON_STATE_PRESSED);
             button(pointer, WL_POINTER_BUTTON_STATE_RELEASED);
+        } else if (strcmp(line, "window") == 0)
+            error = open_window(display);
+        else if (strcmp(line, "clicks") == 0) {
+            // The round trip below brings the presses already sent.
+            report_clicks = true;
+            if (!window.surface)
+                error = "no window";
         } else
             error = "unknown command";
         if (wl_display_roundtrip(display) < 0) {
@@ -198,6 +348,8 @@ int main(void) {
         }
         if (error)
             printf("error: %s\n", error);
+        else if (report_clicks)
+            printf("ok %u\n", window.presses);
         else
             printf("ok\n");
         fflush(stdout);
