@@ -4,12 +4,15 @@
 #include "WaylandKeyboard.h"
 #include "WaylandOutput.h"
 #include "WaylandOverlaySurface.h"
+#include "fractional-scale-v1-client-protocol.h"
+#include "viewporter-client-protocol.h"
 #include "wlr-layer-shell-unstable-v1-client-protocol.h"
 #include "xdg-output-unstable-v1-client-protocol.h"
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QtGlobal>
+#include <QtMath>
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -119,6 +122,8 @@ WaylandOverlayHost::WaylandOverlayHost(wl_display* display) : display(display) {
 WaylandOverlayHost::~WaylandOverlayHost() {
     for (WaylandOverlaySurface* surface : surfaces)
         delete surface;
+    for (WaylandOverlaySurface* surface : retired)
+        delete surface;
     surfaces.clear();
     keyboard.reset();
     outputs.clear();
@@ -132,6 +137,10 @@ WaylandOverlayHost::~WaylandOverlayHost() {
         wl_seat_destroy(seat);
     if (outputManager)
         zxdg_output_manager_v1_destroy(outputManager);
+    if (fractionalScale_)
+        wp_fractional_scale_manager_v1_destroy(fractionalScale_);
+    if (viewporter_)
+        wp_viewporter_destroy(viewporter_);
     if (layerShell_)
         zwlr_layer_shell_v1_destroy(layerShell_);
     if (shm_)
@@ -177,6 +186,12 @@ void WaylandOverlayHost::global(void* data, wl_registry* registry, uint32_t name
             registry, name, zxdg_output_manager_v1_interface, version, 3);
         for (const auto& output : self->outputs)
             output->describeWith(self->outputManager);
+    } else if (is(interface, wp_fractional_scale_manager_v1_interface)) {
+        self->fractionalScale_ = bind<wp_fractional_scale_manager_v1>(
+            registry, name, wp_fractional_scale_manager_v1_interface, version, 1);
+    } else if (is(interface, wp_viewporter_interface)) {
+        self->viewporter_ =
+            bind<wp_viewporter>(registry, name, wp_viewporter_interface, version, 1);
     } else if (is(interface, wl_output_interface)) {
         self->addOutput(name, version);
     } else if (is(interface, wl_seat_interface) && !self->seat) {
@@ -194,7 +209,7 @@ void WaylandOverlayHost::addOutput(uint32_t name, uint32_t version) {
     WaylandOutput* added = output.get();
     output->changed = [this, added] {
         for (WaylandOverlaySurface* surface : surfaces)
-            if (&surface->output() == added)
+            if (surface->output() == added)
                 surface->outputChanged();
         outputChange.start();
     };
@@ -208,12 +223,13 @@ void WaylandOverlayHost::globalRemoved(void* data, wl_registry*, uint32_t name) 
                      [name](const auto& output) { return output->globalName() == name; });
     if (gone == self->outputs.end())
         return;
-    // Its surface goes first: it refers to the output.
+    // Its surface goes off screen first: it refers to the output.
     for (auto it = self->surfaces.begin(); it != self->surfaces.end();) {
-        if (&(*it)->output() == gone->get()) {
+        if ((*it)->output() == gone->get()) {
             if (self->pointerSurface == *it)
                 self->pointerSurface = nullptr;
-            delete *it;
+            (*it)->outputGone();
+            self->retired.push_back(*it);
             it = self->surfaces.erase(it);
         } else {
             ++it;
@@ -228,13 +244,15 @@ void WaylandOverlayHost::globalRemoved(void* data, wl_registry*, uint32_t name) 
 std::vector<OverlaySurface*> WaylandOverlayHost::rebuild(DrawingStore& store) {
     // A surface lives as long as its output: its scene and the layers cached
     // for it are there for the next drawing session.
+    for (WaylandOverlaySurface* surface : retired)
+        surface->deleteLater();
+    retired.clear();
     std::vector<OverlaySurface*> result;
     for (const auto& output : outputs) {
         if (!output->isReady())
             continue;
-        auto known = std::find_if(surfaces.begin(), surfaces.end(), [&](auto* surface) {
-            return &surface->output() == output.get();
-        });
+        auto known = std::find_if(surfaces.begin(), surfaces.end(),
+                                  [&](auto* surface) { return surface->output() == output.get(); });
         if (known == surfaces.end()) {
             surfaces.push_back(new WaylandOverlaySurface(*this, *output, store));
             known = surfaces.end() - 1;
@@ -361,7 +379,7 @@ void WaylandOverlayHost::updateCursor(WaylandOverlaySurface& surface) {
 void WaylandOverlayHost::setCursor(Qt::CursorShape shape) {
     if (!pointer || !pointerSurface)
         return;
-    const int scale = pointerSurface->output().scale();
+    const int scale = qMax(1, qCeil(pointerSurface->scale()));
     if (!cursorTheme || cursorScale != scale) {
         if (cursorTheme)
             wl_cursor_theme_destroy(cursorTheme);

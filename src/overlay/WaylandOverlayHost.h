@@ -22,6 +22,8 @@ struct wl_shm;
 struct wl_surface;
 struct zwlr_layer_shell_v1;
 struct zxdg_output_manager_v1;
+struct wp_fractional_scale_manager_v1;
+struct wp_viewporter;
 
 // Overlay surfaces as layer-shell surfaces on the compositor's own outputs, on
 // a Wayland connection of their own driven from Qt's event loop: Qt's windows
@@ -43,6 +45,11 @@ public:
     wl_compositor* compositor() const { return compositor_; }
     wl_shm* shm() const { return shm_; }
     zwlr_layer_shell_v1* layerShell() const { return layerShell_; }
+    // Both or neither: fractional scales need a viewport to show their buffers.
+    wp_fractional_scale_manager_v1* fractionalScale() const {
+        return viewporter_ ? fractionalScale_ : nullptr;
+    }
+    wp_viewporter* viewporter() const { return viewporter_; }
     wl_surface* keyboardFocus() const;
     // Only `surface` takes the keyboard while drawing.
     void giveKeyboardTo(WaylandOverlaySurface* surface);
@@ -78,9 +85,13 @@ private:
     wl_pointer* pointer = nullptr;
     zwlr_layer_shell_v1* layerShell_ = nullptr;
     zxdg_output_manager_v1* outputManager = nullptr;
+    wp_fractional_scale_manager_v1* fractionalScale_ = nullptr;
+    wp_viewporter* viewporter_ = nullptr;
     std::unique_ptr<WaylandKeyboard> keyboard;
     std::vector<std::unique_ptr<WaylandOutput>> outputs;
     std::vector<WaylandOverlaySurface*> surfaces;
+    // Surfaces of outputs that went, until the controller has let go of them.
+    std::vector<WaylandOverlaySurface*> retired;
     std::unique_ptr<QSocketNotifier> notifier;
 
     // Where the pointer was last seen, in desktop coordinates.

@@ -5,9 +5,12 @@
 #include "WaylandBuffer.h"
 #include "WaylandOutput.h"
 #include "WaylandOverlayHost.h"
+#include "fractional-scale-v1-client-protocol.h"
+#include "viewporter-client-protocol.h"
 #include "wlr-layer-shell-unstable-v1-client-protocol.h"
 
 #include <QPainter>
+#include <cmath>
 #include <wayland-client.h>
 
 namespace {
@@ -19,7 +22,8 @@ constexpr size_t mostBuffers = 3;
 
 WaylandOverlaySurface::WaylandOverlaySurface(WaylandOverlayHost& host, WaylandOutput& output,
                                              DrawingStore& store)
-    : host(host), output_(output), store(store), scene_(store) {
+    : host(host), output_(&output), geometry(output.geometry()), scale_(output.scale()),
+      store(store), scene_(store) {
     scene_.setGeometry(output.geometry());
     connect(&scene_, &OverlayScene::repaintNeeded, this, &WaylandOverlaySurface::sceneChanged);
     connect(&scene_, &OverlayScene::keyboardWanted, this, [this] {
@@ -33,26 +37,59 @@ WaylandOverlaySurface::~WaylandOverlaySurface() {
 }
 
 QRect WaylandOverlaySurface::outputGeometry() const {
-    return output_.geometry();
+    return geometry;
 }
 
 void WaylandOverlaySurface::outputChanged() {
-    scene_.setGeometry(output_.geometry());
-    if (surface && pixelSize() != (buffers.empty() ? QSize() : buffers.front()->pixelSize())) {
-        buffers.clear();
-        if (configured_)
-            sceneChanged(QRect(QPoint(), size));
-    }
+    geometry = output_->geometry();
+    scale_ = output_->scale();
+    scene_.setGeometry(geometry);
+    if (surface)
+        applyScale();
+}
+
+// The output is going: nothing shows on it from now on. The controller lets
+// go of this surface when it takes the new list of surfaces.
+void WaylandOverlaySurface::outputGone() {
+    unmap();
+    output_ = nullptr;
+}
+
+qreal WaylandOverlaySurface::scale() const {
+    return preferredScale120 > 0 ? preferredScale120 / 120.0 : scale_;
 }
 
 QSize WaylandOverlaySurface::pixelSize() const {
-    return size * output_.scale();
+    return QSize(int(std::lround(size.width() * scale())),
+                 int(std::lround(size.height() * scale())));
+}
+
+// Buffers of the new size, painted whole with the next frame.
+void WaylandOverlaySurface::applyScale() {
+    if (viewport)
+        wp_viewport_set_destination(viewport, size.isEmpty() ? -1 : size.width(),
+                                    size.isEmpty() ? -1 : size.height());
+    else
+        wl_surface_set_buffer_scale(surface, scale_);
+    if (!buffers.empty() && buffers.front()->pixelSize() == pixelSize())
+        return;
+    buffers.clear();
+    if (configured_)
+        sceneChanged(QRect(QPoint(), size));
+}
+
+void WaylandOverlaySurface::preferredScale(void* data, wp_fractional_scale_v1*, uint32_t scale) {
+    auto* self = static_cast<WaylandOverlaySurface*>(data);
+    if (scale == self->preferredScale120)
+        return;
+    self->preferredScale120 = scale;
+    self->applyScale();
 }
 
 // ---- on screen or not
 
 void WaylandOverlaySurface::orderFront() {
-    if (!surface)
+    if (!surface && output_)
         map();
 }
 
@@ -64,7 +101,7 @@ void WaylandOverlaySurface::orderOut() {
 // first buffer is attached; until then it only asks.
 void WaylandOverlaySurface::map() {
     surface = wl_compositor_create_surface(host.compositor());
-    layer = zwlr_layer_shell_v1_get_layer_surface(host.layerShell(), surface, output_.handle(),
+    layer = zwlr_layer_shell_v1_get_layer_surface(host.layerShell(), surface, output_->handle(),
                                                   ZWLR_LAYER_SHELL_V1_LAYER_OVERLAY,
                                                   "quillery-overlay");
     static const zwlr_layer_surface_v1_listener listener = {
@@ -77,7 +114,15 @@ void WaylandOverlaySurface::map() {
                    ZWLR_LAYER_SURFACE_V1_ANCHOR_LEFT | ZWLR_LAYER_SURFACE_V1_ANCHOR_RIGHT);
     // Over panels too, without pushing anything aside.
     zwlr_layer_surface_v1_set_exclusive_zone(layer, -1);
-    wl_surface_set_buffer_scale(surface, output_.scale());
+    if (host.fractionalScale()) {
+        static const wp_fractional_scale_v1_listener scaleListener = {
+            &WaylandOverlaySurface::preferredScale};
+        fractional =
+            wp_fractional_scale_manager_v1_get_fractional_scale(host.fractionalScale(), surface);
+        wp_fractional_scale_v1_add_listener(fractional, &scaleListener, this);
+        viewport = wp_viewporter_get_viewport(host.viewporter(), surface);
+    }
+    applyScale();
     applyInput();
     wl_surface_commit(surface);
 }
@@ -85,11 +130,18 @@ void WaylandOverlaySurface::map() {
 void WaylandOverlaySurface::unmap() {
     if (frame)
         wl_callback_destroy(frame);
+    if (viewport)
+        wp_viewport_destroy(viewport);
+    if (fractional)
+        wp_fractional_scale_v1_destroy(fractional);
     if (layer)
         zwlr_layer_surface_v1_destroy(layer);
     if (surface)
         wl_surface_destroy(surface);
     frame = nullptr;
+    viewport = nullptr;
+    fractional = nullptr;
+    preferredScale120 = 0;
     layer = nullptr;
     surface = nullptr;
     configured_ = false;
@@ -102,12 +154,10 @@ void WaylandOverlaySurface::configured(void* data, zwlr_layer_surface_v1* layer,
                                        uint32_t width, uint32_t height) {
     auto* self = static_cast<WaylandOverlaySurface*>(data);
     zwlr_layer_surface_v1_ack_configure(layer, serial);
-    const QSize size{int(width), int(height)};
-    if (size != self->size)
-        self->buffers.clear();
-    self->size = size;
+    self->size = QSize{int(width), int(height)};
     self->configured_ = true;
-    self->sceneChanged(QRect(QPoint(), size));
+    self->applyScale();
+    self->sceneChanged(QRect(QPoint(), self->size));
 }
 
 // The compositor took the surface away (its output is going): make a new one
@@ -182,7 +232,7 @@ WaylandBuffer* WaylandOverlaySurface::freeBuffer() {
             return buffer.get();
     if (buffers.size() >= mostBuffers)
         return nullptr;
-    auto buffer = std::make_unique<WaylandBuffer>(host.shm(), pixelSize(), output_.scale());
+    auto buffer = std::make_unique<WaylandBuffer>(host.shm(), pixelSize(), scale());
     if (!buffer->isValid())
         return nullptr;
     buffer->stale = QRect(QPoint(), size);
@@ -212,10 +262,13 @@ void WaylandOverlaySurface::paintPending() {
     pending = QRegion();
 
     wl_surface_attach(surface, buffer->handOver(), 0, 0);
-    const int scale = output_.scale();
-    for (const QRect& rect : region)
-        wl_surface_damage_buffer(surface, rect.x() * scale, rect.y() * scale, rect.width() * scale,
-                                 rect.height() * scale);
+    const qreal factor = scale();
+    for (const QRect& rect : region) {
+        const QRect pixels = QRectF(rect.x() * factor, rect.y() * factor, rect.width() * factor,
+                                    rect.height() * factor)
+                                 .toAlignedRect();
+        wl_surface_damage_buffer(surface, pixels.x(), pixels.y(), pixels.width(), pixels.height());
+    }
     static const wl_callback_listener listener = {&WaylandOverlaySurface::frameDone};
     frame = wl_surface_frame(surface);
     wl_callback_add_listener(frame, &listener, this);

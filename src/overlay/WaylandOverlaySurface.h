@@ -13,6 +13,8 @@ class WaylandOverlayHost;
 struct wl_callback;
 struct wl_surface;
 struct zwlr_layer_surface_v1;
+struct wp_fractional_scale_v1;
+struct wp_viewport;
 
 // One output's overlay on a layer-shell desktop: a layer surface above
 // everything, panels included, painted from its scene into shared-memory
@@ -24,10 +26,12 @@ public:
     WaylandOverlaySurface(WaylandOverlayHost& host, WaylandOutput& output, DrawingStore& store);
     ~WaylandOverlaySurface() override;
 
-    const WaylandOutput& output() const { return output_; }
+    // None once the output has gone.
+    const WaylandOutput* output() const { return output_; }
     wl_surface* handle() const { return surface; }
     // The output moved or changed size or scale.
     void outputChanged();
+    void outputGone();
 
     QRect outputGeometry() const override;
     OverlayScene& scene() override { return scene_; }
@@ -38,6 +42,9 @@ public:
     bool hasKeyboard() const override;
     void updateCursor() override;
 
+    // Device pixels per logical pixel: the compositor's preferred fractional
+    // scale where it says one, the output's integer scale otherwise.
+    qreal scale() const;
     // Whether this surface is to take the keyboard while drawing.
     void setWantsKeyboard(bool wants);
 
@@ -46,6 +53,7 @@ private:
                            uint32_t height);
     static void closed(void* data, zwlr_layer_surface_v1*);
     static void frameDone(void* data, wl_callback* callback, uint32_t);
+    static void preferredScale(void* data, wp_fractional_scale_v1*, uint32_t scale);
 
     void map();
     void unmap();
@@ -54,14 +62,21 @@ private:
     void paintPending();
     WaylandBuffer* freeBuffer();
     QSize pixelSize() const;
+    void applyScale();
 
     WaylandOverlayHost& host;
-    WaylandOutput& output_;
+    WaylandOutput* output_;
+    QRect geometry;
+    int scale_;
     DrawingStore& store;
     OverlayScene scene_;
     wl_surface* surface = nullptr;
     zwlr_layer_surface_v1* layer = nullptr;
     wl_callback* frame = nullptr;
+    wp_fractional_scale_v1* fractional = nullptr;
+    wp_viewport* viewport = nullptr;
+    // In 120ths, as the compositor gives it; 0 until it does.
+    uint32_t preferredScale120 = 0;
     std::vector<std::unique_ptr<WaylandBuffer>> buffers;
     QRegion pending;
     QSize size;

@@ -39,16 +39,21 @@ class WaylandTest : public QObject {
         return run(QStringLiteral("wtype"), arguments);
     }
     static QImage screenshot() {
-        return QImage::fromData(output(QStringLiteral("grim"), {QStringLiteral("-")}));
+        return QImage::fromData(
+            output(QStringLiteral("grim"),
+                   {QStringLiteral("-s"), QStringLiteral("1"), QStringLiteral("-")}));
     }
 
-    bool pointerDoes(const QString& command) {
+    QByteArray pointerAnswers(const QString& command) {
         pointer.write(command.toUtf8() + '\n');
         while (!pointer.canReadLine())
             if (!pointer.waitForReadyRead(5000))
-                return false;
-        return pointer.readLine().trimmed() == "ok";
+                return {};
+        return pointer.readLine().trimmed();
     }
+    bool pointerDoes(const QString& command) { return pointerAnswers(command) == "ok"; }
+    // Presses that reached the ordinary window under the overlay.
+    QByteArray clicksOnWindow() { return pointerAnswers(QStringLiteral("clicks")); }
     bool drag(QPoint from, QPoint to, int steps = 30) {
         bool ok = pointerDoes(QStringLiteral("move %1 %2").arg(from.x()).arg(from.y())) &&
                   pointerDoes(QStringLiteral("down"));
@@ -77,12 +82,17 @@ private Q_SLOTS:
         QSettings(qEnvironmentVariable("XDG_CONFIG_HOME") + "/Quillery/Quillery.conf",
                   QSettings::IniFormat)
             .setValue("fadeSeconds", 3); // time enough to look, short enough to wait for
+        QSettings(qEnvironmentVariable("XDG_CONFIG_HOME") + "/Quillery/Quillery.conf",
+                  QSettings::IniFormat)
+            .setValue("didShowWelcome", true);
         keyboard.start(QStringLiteral("wtype"), {QStringLiteral("-s"), QStringLiteral("3600000")});
         QTRY_VERIFY_WITH_TIMEOUT(
             output(QStringLiteral("swaymsg"), {"-t", "get_seats"}).contains("\"keyboard\""), 10000);
         pointer.start(qEnvironmentVariable("QUILLERY_WL_INPUT"), {});
         QVERIFY(pointer.waitForReadyRead(10000));
         QCOMPARE(pointer.readLine().trimmed(), "ready");
+        // An application window filling the first output, under the overlay.
+        QVERIFY(pointerDoes(QStringLiteral("window")));
 
         quillery.setProcessChannelMode(QProcess::ForwardedChannels);
         quillery.start(binary(), {});
@@ -131,11 +141,22 @@ private Q_SLOTS:
         QTRY_VERIFY(showsOn({340, 1290, 40, 20}, blue));
     }
 
-    void escStopsAndTheInkFades() {
+    void aScaledOutputShowsTheInkWhereItWasDrawn() {
+        QVERIFY(run(QStringLiteral("swaymsg"), {QStringLiteral("output HEADLESS-2 scale 2")}));
+        // At scale 2 the output is 640x360 in the layout.
+        QVERIFY(drag({2000, 200}, {2400, 200}));
+        QTRY_VERIFY(showsOn({2180, 190, 40, 20}, blue));
+    }
+
+    void escStopsAndClicksReachTheWindowBelowWhileTheInkFades() {
+        QCOMPARE(clicksOnWindow(), "ok 0"); // while drawing, the overlay took every press
         QVERIFY(type({QStringLiteral("-k"), QStringLiteral("Escape")}));
         QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
-        QTRY_VERIFY_WITH_TIMEOUT(
-            !showsOn({1780, 390, 40, 20}, red) && !showsOn({280, 640, 300, 120}, blue), 10000);
+        QVERIFY(pointerDoes(QStringLiteral("move 1000 500")) &&
+                pointerDoes(QStringLiteral("click")));
+        QCOMPARE(clicksOnWindow(), "ok 1");
+        QVERIFY(status(QStringLiteral("items")) != QLatin1String("0")); // it was still fading
+        QTRY_VERIFY_WITH_TIMEOUT(!showsOn({2180, 190, 40, 20}, blue), 10000);
         QCOMPARE(status(QStringLiteral("items")), QStringLiteral("0"));
     }
 
