@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 dir=${1:-build-bench}
 bash scripts/install-deps.sh
 cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUILLERY_BUILD_TESTS=OFF >/dev/null
-cmake --build "$dir" --parallel "$(nproc)" --target bench_renderer bench_overlay quillery
+cmake --build "$dir" --parallel "$(nproc)" --target bench_renderer bench_overlay quillery wl-input
 "$dir/bench/bench_renderer"
 "$dir/bench/bench_overlay"
 tests/support/with-x --compositor --screen 1920x1080 -- \
@@ -19,3 +19,5 @@ tests/support/with-x --compositor --screen 3840x1080 -- \
     bash bench/program_figures.sh "$dir/quillery" 2 0
 taskset -c 0 tests/support/with-x --compositor --screen 1920x1080 -- \
     bash bench/pointer_workload.sh "$dir/quillery"
+tests/support/wayland/with-sway -- \
+    bash bench/wayland_workload.sh "$PWD/$dir/quillery" "$PWD/$dir/tests/support/wayland/wl-input"
