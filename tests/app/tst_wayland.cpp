@@ -77,6 +77,10 @@ class WaylandTest : public QObject {
         return count;
     }
     static bool red(QColor c) { return c.red() > 200 && c.green() < 110 && c.blue() < 110; }
+    // Red seen through, as the highlighter leaves it.
+    static bool reddish(QColor c) {
+        return c.red() > c.green() + 40 && c.red() > c.blue() + 40 && c.red() < 200;
+    }
     static bool blue(QColor c) { return c.blue() > 200 && c.red() < 80 && c.green() < 170; }
     static bool showsOn(QRect area, bool (*colour)(QColor)) {
         return pixels(screenshot(), area, colour) > 0;
@@ -118,6 +122,12 @@ private Q_SLOTS:
     void keysChooseToolsColoursAndTypeAccents() {
         QVERIFY(type({QStringLiteral("e")}));
         QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("ellipse"));
+        QVERIFY(drag({2100, 250}, {2300, 550}));
+        QTRY_VERIFY(showsOn({2190, 245, 20, 10}, red)); // the ellipse's top
+        QVERIFY(type({QStringLiteral("h")}));
+        QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("highlighter"));
+        QVERIFY(drag({2050, 650}, {2450, 650}));
+        QTRY_VERIFY(showsOn({2240, 640, 20, 20}, reddish));
         QVERIFY(type({QStringLiteral("4")}));
         QTRY_COMPARE(status(QStringLiteral("color")), QStringLiteral("Blue"));
         QVERIFY(type({QStringLiteral("t")}));
@@ -126,7 +136,7 @@ private Q_SLOTS:
                 pointerDoes(QStringLiteral("click")));
         QVERIFY(type({QStringLiteral("Café ñ")}));
         QVERIFY(type({QStringLiteral("-k"), QStringLiteral("Return")}));
-        QTRY_COMPARE(status(QStringLiteral("items")), QStringLiteral("2"));
+        QTRY_COMPARE(status(QStringLiteral("items")), QStringLiteral("4"));
         QTRY_VERIFY(showsOn({280, 640, 300, 120}, blue));
     }
 
@@ -156,7 +166,7 @@ private Q_SLOTS:
         QVERIFY(pointerDoes(QStringLiteral("move 1000 500")) &&
                 pointerDoes(QStringLiteral("click")));
         QCOMPARE(clicksOnWindow(), "ok 1");
-        QCOMPARE(status(QStringLiteral("items")), QStringLiteral("4")); // the ink still shows
+        QCOMPARE(status(QStringLiteral("items")), QStringLiteral("6")); // the ink still shows
         // A fade delay set now (the program follows its settings file) lets the ink go.
         setSetting("fadeSeconds", 1);
         QTRY_VERIFY_WITH_TIMEOUT(
@@ -164,10 +174,15 @@ private Q_SLOTS:
         QCOMPARE(status(QStringLiteral("items")), QStringLiteral("0"));
     }
 
-    void theCommandLineStartsAndStops() {
+    void theCommandLineAndTheBindingStop() {
         QVERIFY(run(binary(), {QStringLiteral("--start")}));
         QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
         QVERIFY(run(binary(), {QStringLiteral("--stop")}));
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
+        // Also while the overlay holds the keyboard.
+        QVERIFY(run(binary(), {QStringLiteral("--start")}));
+        QTRY_VERIFY(showsOn({0, 0, 1920, 200}, blue));
+        QVERIFY(type({"-M", "ctrl", "-M", "alt", "d", "-m", "alt", "-m", "ctrl"}));
         QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
     }
 
