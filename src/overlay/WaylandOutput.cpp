@@ -7,10 +7,12 @@
 WaylandOutput::WaylandOutput(wl_output* output, uint32_t globalName)
     : output(output), name(globalName) {
     static const wl_output_listener listener = {
-        &WaylandOutput::outputGeometry,
-        &WaylandOutput::outputMode,
-        &WaylandOutput::outputDone,
-        &WaylandOutput::outputScale,
+        .geometry = &WaylandOutput::outputGeometry,
+        .mode = &WaylandOutput::outputMode,
+        .done = &WaylandOutput::outputDone,
+        .scale = &WaylandOutput::outputScale,
+        .name = [](void*, wl_output*, const char*) {},
+        .description = [](void*, wl_output*, const char*) {},
     };
     wl_output_add_listener(output, &listener, this);
 }
