@@ -97,7 +97,7 @@ void SettingsWindow::showRecorderState() {
     shortcutButton_->setText(recorder_->isRecording() ? tr("Press new shortcut…")
                                                       : recorder_->config().display());
     caption->setText(recorder_->message().isEmpty()
-                         ? tr("Use at least one of Control, Option or Command. Esc cancels.")
+                         ? tr("Use at least one of Ctrl, Alt or Super. Esc cancels.")
                          : recorder_->message());
     // The width is fixed; the height follows the caption, which may wrap.
     setFixedHeight(layout()->totalHeightForWidth(windowWidth));

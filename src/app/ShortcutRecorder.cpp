@@ -40,7 +40,7 @@ void ShortcutRecorder::handle(const QKeyEvent& event) {
     }
     const quint32 modifiers = HotKeyConfig::carbonModifiers(event.modifiers());
     if ((modifiers & requiredModifiers) == 0) {
-        message_ = tr("Add Control, Option or Command to the shortcut.");
+        message_ = tr("Add Ctrl, Alt or Super to the shortcut.");
         Q_EMIT changed();
         return;
     }

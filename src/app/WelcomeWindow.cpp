@@ -49,12 +49,11 @@ WelcomeWindow::WelcomeWindow(const QString& hotkey, std::function<void()> onClos
         makeWrappingLabel(tr("Drag to draw. P pen, A arrow, E ellipse, R rectangle, H "
                              "highlighter, T text (click, type, Return)."),
                           callout),
-        // Undo is Ctrl+Z here; ⌃ is how every shortcut in Quillery writes Ctrl.
-        makeWrappingLabel(tr("1–6 pick a color, [ and ] change size, ⌘Z undo, C clears "
+        makeWrappingLabel(tr("1–6 pick a color, [ and ] change size, Ctrl+Z undo, C clears "
                              "everything."),
                           callout),
-        makeWrappingLabel(tr("Drawings fade away on their own. Change the delay from the menu "
-                             "bar icon."),
+        makeWrappingLabel(tr("Drawings fade away on their own. Change the delay from the tray "
+                             "icon."),
                           callout),
     };
     for (QLabel* label : instructionLabels) {

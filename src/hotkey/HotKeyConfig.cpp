@@ -5,6 +5,7 @@
 #include "KeyTable.h"
 #include "Settings.h"
 
+#include <QCoreApplication>
 #include <QKeyEvent>
 #include <QRegularExpression>
 #include <cstdio>
@@ -111,17 +112,21 @@ void HotKeyConfig::save() const {
     Settings::shared().setHotKey(keyCode, modifiers, keyName);
 }
 
+// As Qt writes a key sequence for the desktop, with the name the desktops give
+// the logo key.
 QString HotKeyConfig::display() const {
-    QString text;
-    if (modifiers & controlKey)
-        text += QChar(0x2303);
-    if (modifiers & optionKey)
-        text += QChar(0x2325);
-    if (modifiers & shiftKey)
-        text += QChar(0x21E7);
-    if (modifiers & cmdKey)
-        text += QChar(0x2318);
-    return text + keyName;
+    static const std::pair<quint32, const char*> names[] = {
+        {controlKey, QT_TRANSLATE_NOOP("HotKeyConfig", "Ctrl")},
+        {optionKey, QT_TRANSLATE_NOOP("HotKeyConfig", "Alt")},
+        {shiftKey, QT_TRANSLATE_NOOP("HotKeyConfig", "Shift")},
+        {cmdKey, QT_TRANSLATE_NOOP("HotKeyConfig", "Super")},
+    };
+    QStringList parts;
+    for (const auto& [bit, name] : names)
+        if (modifiers & bit)
+            parts << QCoreApplication::translate("HotKeyConfig", name);
+    parts << keyName;
+    return parts.join(u'+');
 }
 
 quint32 HotKeyConfig::keyCodeFor(const QKeyEvent& event) {

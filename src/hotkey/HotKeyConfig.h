@@ -24,7 +24,7 @@ struct HotKeyConfig {
     // A stored number outside 32 bits is fatal.
     static HotKeyConfig current();
     void save() const;
-    // "⌃⌥⇧⌘" in that order for the modifiers present, then keyName.
+    // "Ctrl+Alt+Shift+Super+" for the modifiers present, then keyName.
     QString display() const;
 
     // From a key press: the stored key code, the key's name, the modifier mask.

@@ -36,7 +36,7 @@ QColor barColor() {
 QString HintBar::hints() {
     // Kept as one literal, untranslated: the key names are the same on every keyboard.
     return QStringLiteral("     P pen  A arrow  E ellipse  R rectangle  H highlighter  T text     "
-                          "1\u20136 color  [ ] size     \u2318Z undo  C clear all  Tab hide hint  "
+                          "1\u20136 color  [ ] size     Ctrl+Z undo  C clear all  Tab hide hint  "
                           "Esc done");
 }
 

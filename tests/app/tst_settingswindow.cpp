@@ -27,8 +27,8 @@ class SettingsWindowTest : public QObject {
     SettingsWindow* window = nullptr;
     int presses = 0;
 
-    const QString hint = "Use at least one of Control, Option or Command. Esc cancels.";
-    const QString addModifier = "Add Control, Option or Command to the shortcut.";
+    const QString hint = "Use at least one of Ctrl, Alt or Super. Esc cancels.";
+    const QString addModifier = "Add Ctrl, Alt or Super to the shortcut.";
 
     QString button() const { return window->shortcutButton()->text(); }
     QString caption() const { return window->captionLabel()->text(); }
@@ -65,7 +65,7 @@ private Q_SLOTS:
     void showsTheStoredSettingsAndStoresChanges() {
         QCOMPARE(window->windowTitle(), QStringLiteral("Quillery Settings"));
         QCOMPARE(window->width(), 400);
-        QCOMPARE(button(), QStringLiteral("⌃⌥D"));
+        QCOMPARE(button(), QStringLiteral("Ctrl+Alt+D"));
         QCOMPARE(caption(), hint);
         QCOMPARE(window->fadeComboBox()->currentText(), QStringLiteral("4 seconds"));
         QVERIFY(window->hintBarCheckBox()->isChecked());
@@ -111,7 +111,7 @@ private Q_SLOTS:
         QTest::keyClick(window, Qt::Key_Escape, Qt::ControlModifier | Qt::AltModifier);
         QVERIFY(!recording());
         QCOMPARE(caption(), addModifier);
-        QCOMPARE(button(), QStringLiteral("⌃⌥D"));
+        QCOMPARE(button(), QStringLiteral("Ctrl+Alt+D"));
         QVERIFY(!Settings::shared().contains(Settings::Key::hotKeyCode));
         expectShortcutWorks("ctrl+alt+d");
         // A fresh start clears the message; the button ends a recording too.
@@ -127,13 +127,13 @@ private Q_SLOTS:
         QVERIFY(XDesktop::xdotool("key ctrl+alt+d"));
         QTRY_VERIFY(!recording());
         QCOMPARE(presses, 0);
-        QCOMPARE(caption(), QStringLiteral("Shortcut set to ⌃⌥D."));
+        QCOMPARE(caption(), QStringLiteral("Shortcut set to Ctrl+Alt+D."));
 
         clickShortcutButton();
         QVERIFY(XDesktop::xdotool("key ctrl+alt+k"));
         QTRY_VERIFY(!recording());
-        QCOMPARE(caption(), QStringLiteral("Shortcut set to ⌃⌥K."));
-        QCOMPARE(button(), QStringLiteral("⌃⌥K"));
+        QCOMPARE(caption(), QStringLiteral("Shortcut set to Ctrl+Alt+K."));
+        QCOMPARE(button(), QStringLiteral("Ctrl+Alt+K"));
         QCOMPARE(HotKeyConfig::current(), (HotKeyConfig{40, 0x1800, "K"}));
         expectShortcutWorks("ctrl+alt+k");
         window->fadeComboBox()->setFocus(); // keys reach the window's controls again
@@ -141,7 +141,7 @@ private Q_SLOTS:
         QCOMPARE(window->fadeComboBox()->currentText(), QStringLiteral("8 seconds"));
         Q_EMIT delegate->menu()->aboutToShow();
         QCOMPARE(delegate->menu()->actions().first()->text(),
-                 QStringLiteral("Start Drawing   (⌃⌥K)"));
+                 QStringLiteral("Start Drawing   (Ctrl+Alt+K)"));
     }
 
     void combinationHeldElsewhereIsUnavailableAndClosingRestoresTheOldOne() {
@@ -149,14 +149,14 @@ private Q_SLOTS:
         QVERIFY(other.grabKey(XK_F5, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1));
         clickShortcutButton();
         QTest::keyClick(window, Qt::Key_F5, Qt::ControlModifier | Qt::AltModifier);
-        QCOMPARE(caption(), QStringLiteral("⌃⌥F5 is unavailable. Try another."));
+        QCOMPARE(caption(), QStringLiteral("Ctrl+Alt+F5 is unavailable. Try another."));
         QVERIFY(recording() && !registered());
         window->close();
         QVERIFY(!recording() && registered());
         QVERIFY(!Settings::shared().contains(Settings::Key::hotKeyCode));
         expectShortcutWorks("ctrl+alt+d");
         openWindow();
-        QCOMPARE(button(), QStringLiteral("⌃⌥D"));
+        QCOMPARE(button(), QStringLiteral("Ctrl+Alt+D"));
     }
 };
 

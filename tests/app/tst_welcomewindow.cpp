@@ -49,12 +49,12 @@ private Q_SLOTS:
             return delegate.welcomeWindow();
         };
         WelcomeWindow* first = howToDraw();
-        QVERIFY(first->introduction().startsWith("Press ⌃⌥D anywhere to draw"));
+        QVERIFY(first->introduction().startsWith("Press Ctrl+Alt+D anywhere to draw"));
         QVERIFY(first->gotItButton()->isDefault());
         // A changed shortcut shows in the next window, which replaces the open one.
         HotKeyConfig{40, 0x1800, "K"}.save();
         WelcomeWindow* second = howToDraw();
-        QVERIFY(second != first && second->introduction().startsWith("Press ⌃⌥K anywhere"));
+        QVERIFY(second != first && second->introduction().startsWith("Press Ctrl+Alt+K anywhere"));
         QVERIFY(QTest::qWaitForWindowActive(second));
         QTRY_COMPARE(XDesktop::windowsNamed(title).size(), 1);
         QVERIFY(XDesktop::xdotool("key Return")); // on the real keyboard

@@ -192,8 +192,8 @@ private Q_SLOTS:
     void hintBarLine() {
         const QString hints = QString::fromUtf8(
             "     P pen  A arrow  E ellipse  R rectangle  H highlighter  T text     1–6 color  "
-            "[ ] size     ⌘Z undo  C clear all  Tab hide hint  Esc done");
-        QCOMPARE(hints.toUtf8().size(), 144);
+            "[ ] size     Ctrl+Z undo  C clear all  Tab hide hint  Esc done");
+        QCOMPARE(hints.toUtf8().size(), 146);
         QCOMPARE(Renderer::hudLine(Tool::pen, 0), QString::fromUtf8("Pen · Red") + hints);
         QCOMPARE(Renderer::hudLine(Tool::rect, 2), QString::fromUtf8("Rectangle · Green") + hints);
     }
