@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 #include <X11/keysym.h>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -293,16 +294,49 @@ void X11HotKeyBackend::scheduleRegrab() {
 }
 
 // Grabs are held per keycode and modifier bit, so a new keymap can move the
-// shortcut's key or the Num Lock bit away from what is grabbed.
+// shortcut's key or the Num Lock bit away from what is grabbed. A change that
+// leaves them where they were (most do: a device switch, a layout that keeps
+// the key) touches nothing; otherwise the new grabs are taken before the old
+// ones go, so that no press falls in between.
 void X11HotKeyBackend::regrab() {
     regrabQueued = false;
-    ungrab();
     if (symbols) {
         xcb_key_symbols_free(symbols);
         symbols = nullptr;
     }
     readModifierMap();
-    if (wanted && !grabShortcut(*wanted))
+    if (!wanted)
+        return;
+    const Grabbed next{keycodesTyping(wanted->keysym), xModifiers(wanted->modifiers),
+                       lockCombinations()};
+    if (grabbed && *grabbed == next)
+        return;
+    std::optional<Grabbed> old = std::move(grabbed);
+    grabbed.reset();
+    const bool taken = !next.keycodes.isEmpty() && grabShortcut(*wanted);
+    if (old)
+        ungrabAllBut(*old, grabbed);
+    // A layout without the key has nothing to grab until the key comes back.
+    if (!taken && !next.keycodes.isEmpty())
         std::fprintf(stderr, "Quillery: the drawing shortcut could not be taken again after "
                              "the keyboard layout changed; another program may hold it\n");
+}
+
+// Releases the grabs of `old` that `kept` does not hold too: a grab taken
+// again is the same grab, and releasing it would release the new one.
+void X11HotKeyBackend::ungrabAllBut(const Grabbed& old, const std::optional<Grabbed>& kept) {
+    for (xcb_window_t root : roots)
+        for (xcb_keycode_t keycode : old.keycodes)
+            for (uint16_t locks : old.lockCombinations) {
+                const uint16_t modifiers = old.modifiers | locks;
+                const bool stillHeld =
+                    kept && kept->keycodes.contains(keycode) &&
+                    std::any_of(kept->lockCombinations.begin(), kept->lockCombinations.end(),
+                                [&](uint16_t keptLocks) {
+                                    return (kept->modifiers | keptLocks) == modifiers;
+                                });
+                if (!stillHeld)
+                    xcb_ungrab_key(connection, keycode, root, modifiers);
+            }
+    sync();
 }

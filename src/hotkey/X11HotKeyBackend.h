@@ -45,6 +45,7 @@ private:
         QList<xcb_keycode_t> keycodes;
         uint16_t modifiers = 0;
         QList<uint16_t> lockCombinations;
+        bool operator==(const Grabbed&) const = default;
     };
 
     xcb_key_symbols_t* keySymbols();
@@ -54,6 +55,7 @@ private:
     QList<uint16_t> lockCombinations() const;
     bool grabShortcut(const Shortcut& shortcut);
     void ungrab();
+    void ungrabAllBut(const Grabbed& old, const std::optional<Grabbed>& kept);
     void sync();
 
     bool isRootWindow(xcb_window_t window) const;
