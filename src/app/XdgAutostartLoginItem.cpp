@@ -42,7 +42,9 @@ LoginItem::Failure makeFolder(const QString& folder) {
     return tr("Couldn't create the folder %1: a file of that name is in the way.").arg(folder);
 }
 
-bool isHiddenEntry(const QByteArray& contents) {
+// Hidden=true (the entry format's own switch) or GNOME's
+// X-GNOME-Autostart-enabled=false, which its tools write instead.
+bool isSwitchedOff(const QByteArray& contents) {
     bool inMainGroup = false;
     for (const QByteArray& rawLine : contents.split('\n')) {
         const QByteArray line = rawLine.trimmed();
@@ -53,8 +55,13 @@ bool isHiddenEntry(const QByteArray& contents) {
         if (!inMainGroup || line.startsWith('#'))
             continue;
         const qsizetype equals = line.indexOf('=');
-        if (equals > 0 && line.left(equals).trimmed() == "Hidden")
-            return line.mid(equals + 1).trimmed() == "true";
+        if (equals <= 0)
+            continue;
+        const QByteArray key = line.left(equals).trimmed();
+        const QByteArray value = line.mid(equals + 1).trimmed();
+        if ((key == "Hidden" && value == "true") ||
+            (key == "X-GNOME-Autostart-enabled" && value == "false"))
+            return true;
     }
     return false;
 }
@@ -71,7 +78,7 @@ bool XdgAutostartLoginItem::isEnabled() const {
     QFile file(entryPath());
     if (!QFileInfo(file).isFile() || !file.open(QIODevice::ReadOnly))
         return false;
-    return !isHiddenEntry(file.readAll());
+    return !isSwitchedOff(file.readAll());
 }
 
 LoginItem::Failure XdgAutostartLoginItem::registerItem() {

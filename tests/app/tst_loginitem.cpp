@@ -45,16 +45,28 @@ private Q_SLOTS:
         QVERIFY(odd.entryContents().contains("\nExec=\"/opt/My Apps/a\\\\$b\\\\\"c\"\n"));
     }
 
-    void hiddenEntryCountsAsOff() {
+    // Switched off by hand or by the desktop's own tools (GNOME's flag): off,
+    // and switching on writes an entry without the switch.
+    void switchedOffEntryCountsAsOff_data() {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<bool>("enabled");
+        QTest::newRow("Hidden=true") << QByteArray("Hidden=true") << false;
+        QTest::newRow("GNOME disabled") << QByteArray("X-GNOME-Autostart-enabled=false") << false;
+        QTest::newRow("GNOME enabled") << QByteArray("X-GNOME-Autostart-enabled=true") << true;
+        QTest::newRow("Hidden=false") << QByteArray("Hidden=false") << true;
+    }
+    void switchedOffEntryCountsAsOff() {
+        QFETCH(QByteArray, line);
+        QFETCH(bool, enabled);
         QDir().mkpath(folder());
         QFile file(entry());
         QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("[Desktop Entry]\nType=Application\nExec=quillery\nHidden=true\n");
+        file.write("[Desktop Entry]\nType=Application\nExec=quillery\n" + line + "\n");
         file.close();
         XdgAutostartLoginItem item;
-        QVERIFY(!item.isEnabled());
+        QCOMPARE(item.isEnabled(), enabled);
         QCOMPARE(item.registerItem(), std::nullopt);
-        QVERIFY(item.isEnabled() && !read().contains("Hidden"));
+        QVERIFY(item.isEnabled() && (enabled || !read().contains(line)));
     }
 
     void withoutXdgConfigHomeTheEntryIsInDotConfig() {
