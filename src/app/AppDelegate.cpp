@@ -13,7 +13,6 @@
 #include "WelcomeWindow.h"
 #include "WindowSystem.h"
 
-#include <QActionGroup>
 #include <QApplication>
 #include <QCursor>
 #include <QDBusConnection>
@@ -165,14 +164,18 @@ void AppDelegate::menuNeedsUpdate() {
 void AppDelegate::addFadeMenu() {
     const qint64 current = storedFadeSeconds();
     QMenu* fade = menu_->addMenu(tr("Fade after"));
-    auto* group = new QActionGroup(fade);
+    // Check marks, not the radio dots an exclusive action group would show
+    // (and export to StatusNotifierItem hosts): the choice in force is marked.
     for (const int seconds : SettingsWindow::fadeChoices()) {
         QAction* choice = fade->addAction(SettingsWindow::fadeChoiceTitle(seconds));
         choice->setData(seconds);
         choice->setCheckable(true);
         choice->setChecked(seconds == current);
-        group->addAction(choice);
-        connect(choice, &QAction::triggered, this, [this, seconds] { setFade(seconds); });
+        connect(choice, &QAction::triggered, this, [this, fade, seconds] {
+            setFade(seconds);
+            for (QAction* each : fade->actions())
+                each->setChecked(each->data().toInt() == seconds);
+        });
     }
 }
 

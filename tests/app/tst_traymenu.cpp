@@ -171,6 +171,11 @@ private Q_SLOTS:
         QVERIFY(fadeMenu()->actions().first()->isChecked());
         fadeMenu()->actions().last()->trigger();
         QCOMPARE(Settings::shared().fadeSeconds(), 15.0);
+        // Check marks: one mark moves, and choosing the marked item keeps it.
+        QVERIFY(!fadeMenu()->actions().first()->isChecked());
+        QVERIFY(!fadeMenu()->actions().last()->actionGroup());
+        fadeMenu()->actions().last()->trigger();
+        QVERIFY(fadeMenu()->actions().last()->isChecked());
     }
 
     void launchAtLoginWritesAndRemovesTheAutostartEntry() {
