@@ -215,6 +215,8 @@ void AppDelegate::toggleLogin() {
     QMessageBox alert(QMessageBox::Warning, tr("Quillery"), tr("Couldn't change Launch at Login"),
                       QMessageBox::Ok);
     alert.setInformativeText(*failure);
+    // In front of whatever the user works in: the menu it answers is gone.
+    QTimer::singleShot(0, &alert, [&alert] { bringToFront(&alert); });
     alert.exec();
 }
 

@@ -9,6 +9,7 @@
 #include "XdgAutostartLoginItem.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QMenu>
 #include <QMessageBox>
 #include <QSystemTrayIcon>
@@ -58,14 +59,24 @@ class TrayMenuTest : public QObject {
     }
 
     // Runs the action and answers the alert it shows, if any, with its two texts.
+    // An alert is read once it is in front, with the keyboard; one that never
+    // gets there is read after a few seconds, and says so.
     static QStringList triggerAndReadAlert(QAction* action) {
         QStringList texts;
         QTimer poll;
+        QElapsedTimer shown;
         QObject::connect(&poll, &QTimer::timeout, [&] {
-            if (auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget())) {
-                texts << box->text() << box->informativeText();
-                box->done(0);
-            }
+            auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+            if (!box)
+                return;
+            if (!shown.isValid())
+                shown.start();
+            if (!box->isActiveWindow() && shown.elapsed() < 5000)
+                return;
+            texts << box->text() << box->informativeText();
+            if (!box->isActiveWindow())
+                texts << QStringLiteral("(not in front)");
+            box->done(0);
         });
         poll.start(20);
         action->trigger();
@@ -195,6 +206,7 @@ private Q_SLOTS:
         const QStringList alert = triggerAndReadAlert(item("Launch at Login"));
         QCOMPARE(alert.value(0), QStringLiteral("Couldn't change Launch at Login"));
         QVERIFY2(alert.value(1).contains(blocker.fileName()), qPrintable(alert.value(1)));
+        QCOMPARE(alert.size(), 2); // it came to the front
         QVERIFY(openMenu().contains("Launch at Login [ ]"));
     }
 };
