@@ -58,6 +58,11 @@ SettingsWindow::SettingsWindow(QWidget* parent)
     });
     connect(hintBarCheck, &QCheckBox::toggled, this,
             [](bool checked) { Settings::shared().setHudVisible(checked); });
+    // Changed elsewhere while open (tray menu, Tab while drawing, the file).
+    connect(&Settings::shared(), &Settings::changed, this, [this](Settings::Key key) {
+        if (key == Settings::Key::fadeSeconds || key == Settings::Key::hudVisible)
+            showStoredValues();
+    });
 
     setFixedWidth(windowWidth);
     showRecorderState();
@@ -94,8 +99,10 @@ void SettingsWindow::shortcutButtonClicked() {
 }
 
 void SettingsWindow::showRecorderState() {
+    // A key named "&" is an ampersand, not a mnemonic.
     shortcutButton_->setText(recorder_->isRecording() ? tr("Press new shortcut…")
-                                                      : recorder_->config().display());
+                                                      : recorder_->config().display().replace(
+                                                            u'&', QStringLiteral("&&")));
     caption->setText(recorder_->message().isEmpty()
                          ? tr("Use at least one of Ctrl, Alt or Super. Esc cancels.")
                          : recorder_->message());

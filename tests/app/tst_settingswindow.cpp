@@ -93,6 +93,22 @@ private Q_SLOTS:
         QCOMPARE(shown, 1);
         QCOMPARE(window->fadeComboBox()->currentIndex(), -1);
         QVERIFY(window->hintBarCheckBox()->isChecked());
+
+        // Changes made elsewhere while it is open show at once.
+        Settings::shared().setFadeSeconds(0);
+        QCOMPARE(window->fadeComboBox()->currentText(), QStringLiteral("Never"));
+        Settings::shared().setHudVisible(false);
+        QVERIFY(!window->hintBarCheckBox()->isChecked());
+    }
+
+    // A key named "&" shows as itself, not as a mnemonic underlining nothing.
+    void anAmpersandKeyShowsAsItself() {
+        delegate.reset();
+        HotKeyConfig{96, 0x1300, QStringLiteral("&")}.save();
+        delegate = std::make_unique<AppDelegate>();
+        delegate->applicationDidFinishLaunching();
+        openWindow();
+        QCOMPARE(button(), QStringLiteral("Ctrl+Shift+Super+&&")); // shown as one "&"
     }
 
     void recorderRefusesKeysWithoutControlOptionOrCommand() {
