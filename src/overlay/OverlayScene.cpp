@@ -7,6 +7,7 @@
 #include "Renderer.h"
 #include "Settings.h"
 #include "SystemMemory.h"
+#include "TextLayout.h"
 
 #include <QPainter>
 #include <chrono>
@@ -195,6 +196,19 @@ void OverlayScene::pointerReleased(QPointF at, Qt::MouseButton button) {
 
 bool OverlayScene::isTyping() const {
     return store.current() && store.current()->kind == Tool::text;
+}
+
+QRect OverlayScene::caretRect() const {
+    if (!isTyping())
+        return {};
+    const QRectF line = TextLayout(*store.current(), true).inkBox();
+    return QRectF(line.right() - 1, line.top(), 1, line.height())
+        .translated(-QPointF(geometry_.topLeft()))
+        .toAlignedRect();
+}
+
+void OverlayScene::textComposed(const QString& text) {
+    keyPressed({0, text, Qt::NoModifier});
 }
 
 void OverlayScene::keyPressed(const KeyPress& press) {

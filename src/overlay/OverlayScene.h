@@ -35,6 +35,15 @@ public:
     void pointerReleased(QPointF at, Qt::MouseButton button);
     void keyPressed(const KeyPress& press);
 
+    // A text is being typed: keys type into it rather than pick tools, and
+    // input methods (dead keys, Compose, IBus, Fcitx) may help.
+    bool isTyping() const;
+    // Where the typed text's caret is (scene coordinates); empty when nothing
+    // is being typed. Input methods put their candidate windows beside it.
+    QRect caretRect() const;
+    // Text that an input method composed, typed as if from keys.
+    void textComposed(const QString& text);
+
     // The crosshair while drawing, the ordinary cursor otherwise.
     Qt::CursorShape cursor() const;
 
@@ -62,7 +71,6 @@ private:
     void paintCurrent(QPainter& painter, const QRegion& region, QPoint origin) const;
     void paintHintBar(QPainter& painter, const QRegion& region) const;
     void reportFirstPaint();
-    bool isTyping() const;
 
     DrawingStore& store;
     QRect geometry_;

@@ -3,6 +3,8 @@
 #include "FrameStats.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
+#include <QInputMethod>
 #include <QKeyEvent>
 #include <QPainter>
 #include <QScreen>
@@ -16,6 +18,9 @@ constexpr qreal fallbackRefreshRate = 60;
 
 OverlayView::OverlayView(DrawingStore& store, QWidget* parent) : QWidget(parent), scene_(store) {
     setFocusPolicy(Qt::StrongFocus);
+    // Input methods help with typed text only (see inputMethodQuery): while
+    // drawing, letters pick tools and must reach the scene as they are.
+    setAttribute(Qt::WA_InputMethodEnabled);
     connect(&scene_, &OverlayScene::repaintNeeded, this, &OverlayView::sceneChanged);
     nextFrame.setSingleShot(true);
     nextFrame.setTimerType(Qt::PreciseTimer);
@@ -38,6 +43,7 @@ int OverlayView::frameIntervalMs() const {
 // the next turn of the event loop, keeps the ink following the pen while a
 // stream of pointer events leaves the loop no turn to take.
 void OverlayView::sceneChanged(const QRegion& region) {
+    followTyping();
     pending += region;
     const int interval = frameIntervalMs();
     const qint64 since = lastFrame.isValid() ? lastFrame.elapsed() : interval;
@@ -56,6 +62,17 @@ void OverlayView::showPending() {
     // Through the window, which fits its shape around the paint when it has one.
     QEvent request(QEvent::UpdateRequest);
     QCoreApplication::sendEvent(window(), &request);
+}
+
+// Tells the input method when typing starts or ends, and where the caret went.
+void OverlayView::followTyping() {
+    const bool typing = scene_.isTyping();
+    if (!typing && !wasTyping)
+        return;
+    if (hasFocus())
+        QGuiApplication::inputMethod()->update(
+            typing != wasTyping ? Qt::ImEnabled | Qt::ImCursorRectangle : Qt::ImCursorRectangle);
+    wasTyping = typing;
 }
 
 void OverlayView::updateCursor() {
@@ -105,4 +122,23 @@ bool OverlayView::focusNextPrevChild(bool) {
 void OverlayView::keyPressEvent(QKeyEvent* event) {
     event->accept();
     scene_.keyPressed({event->key(), event->text(), event->modifiers()});
+}
+
+// What an input method composed (a dead key and a letter, a Compose sequence,
+// a CJK word) arrives as one commit. Its preedit is not shown.
+void OverlayView::inputMethodEvent(QInputMethodEvent* event) {
+    event->accept();
+    if (!event->commitString().isEmpty())
+        scene_.textComposed(event->commitString());
+}
+
+QVariant OverlayView::inputMethodQuery(Qt::InputMethodQuery query) const {
+    switch (query) {
+    case Qt::ImEnabled:
+        return scene_.isTyping();
+    case Qt::ImCursorRectangle:
+        return scene_.caretRect();
+    default:
+        return QWidget::inputMethodQuery(query);
+    }
 }

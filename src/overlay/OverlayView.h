@@ -33,13 +33,17 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    void inputMethodEvent(QInputMethodEvent* event) override;
+    QVariant inputMethodQuery(Qt::InputMethodQuery query) const override;
 
 private:
     void sceneChanged(const QRegion& region);
     void showPending();
+    void followTyping();
 
     OverlayScene scene_;
     QRegion pending;
     QTimer nextFrame;
     QElapsedTimer lastFrame;
+    bool wasTyping = false;
 };

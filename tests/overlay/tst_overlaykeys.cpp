@@ -47,6 +47,12 @@ class OverlayKeysTest : public QObject {
         QVERIFY(store.current() && store.current()->kind == Tool::text);
         store.appendText(text);
     }
+    // As an input method asks.
+    QVariant imQuery(Qt::InputMethodQuery query) const {
+        QInputMethodQueryEvent event(query);
+        QCoreApplication::sendEvent(view(), &event);
+        return event.value(query);
+    }
     QString typed() const { return store.current() ? store.current()->text : QString(); }
 
 private Q_SLOTS:
@@ -271,6 +277,28 @@ private Q_SLOTS:
         // Keys are commands again.
         type('c');
         QVERIFY(store.items().empty());
+    }
+
+    // Input methods (dead keys, Compose, IBus) help with text only: while
+    // drawing, letters are commands. What they compose is typed; their
+    // candidate windows go beside the caret.
+    void inputMethodsHelpWhileTyping() {
+        QVERIFY(!imQuery(Qt::ImEnabled).toBool());
+        startTyping(QStringLiteral("ab"));
+        QVERIFY(imQuery(Qt::ImEnabled).toBool());
+        const QRect caret = imQuery(Qt::ImCursorRectangle).toRect();
+        QVERIFY2(caret.left() > 55 && caret.top() < 60 && caret.bottom() > 60,
+                 qPrintable(QStringLiteral("%1,%2 %3x%4")
+                                .arg(caret.x())
+                                .arg(caret.y())
+                                .arg(caret.width())
+                                .arg(caret.height())));
+        QInputMethodEvent composed;
+        composed.setCommitString(QStringLiteral("é"));
+        QCoreApplication::sendEvent(view(), &composed);
+        QCOMPARE(typed(), QStringLiteral("abé"));
+        press(Qt::Key_Return);
+        QVERIFY(!imQuery(Qt::ImEnabled).toBool());
     }
 
     void keypadEnterCommits() {
