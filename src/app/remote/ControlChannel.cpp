@@ -28,6 +28,11 @@ bool ControlChannel::prepareDirectory(QString* error) {
                      .arg(directory(), QString::fromLocal8Bit(strerror(errno)));
         return false;
     }
+    return checkDirectory(error);
+}
+
+bool ControlChannel::checkDirectory(QString* error) {
+    const QByteArray path = QFile::encodeName(directory());
     struct stat info {};
     if (::lstat(path.constData(), &info) != 0 || !S_ISDIR(info.st_mode)) {
         *error =

@@ -18,4 +18,7 @@ public:
     // belongs to another user or others may enter it: then nobody else's socket
     // can be mistaken for ours and nobody else can reach ours.
     static bool prepareDirectory(QString* error);
+    // The same checks without creating anything, for clients: a missing
+    // directory means that no instance runs, and is no error.
+    static bool checkDirectory(QString* error);
 };

@@ -3,11 +3,15 @@
 #include "ControlChannel.h"
 
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QLocalSocket>
 
 std::optional<RemoteReply> RemoteClient::send(const QString& request) {
+    // A client never creates the directory: without it, nothing runs.
+    if (!QFileInfo::exists(ControlChannel::directory()))
+        return std::nullopt;
     QString error;
-    if (!ControlChannel::prepareDirectory(&error))
+    if (!ControlChannel::checkDirectory(&error))
         return RemoteReply{1, error + QLatin1Char('\n')};
     QLocalSocket socket;
     socket.connectToServer(ControlChannel::socketPath());

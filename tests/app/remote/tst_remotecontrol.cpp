@@ -176,6 +176,11 @@ private Q_SLOTS:
         QCOMPARE(instance.exitCode(), 0);
         const Run none = quillery({"--status"});
         QVERIFY(none.exitCode == 1 && none.err.contains("not running"));
+        // A client alone never makes the control directory.
+        const QString directory = qEnvironmentVariable("XDG_RUNTIME_DIR") + "/quillery";
+        QVERIFY(QDir(directory).removeRecursively());
+        QCOMPARE(quillery({"--status"}).exitCode, 1);
+        QVERIFY(!QFileInfo::exists(directory));
     }
 };
 
