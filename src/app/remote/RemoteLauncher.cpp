@@ -93,7 +93,6 @@ int RemoteLauncher::run(
             print(stderr, QStringLiteral("quillery: remote control is off: %1\n").arg(error));
             return runInstance(argc, argv, false);
         }
-        QCoreApplication app(argc, argv);
         if (const auto reply = RemoteClient::send(QStringLiteral("welcome")))
             return printReply(*reply);
         QThread::msleep(100);
