@@ -2,8 +2,13 @@
 include(GNUInstallDirs)
 
 install(TARGETS quillery RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES ${CMAKE_SOURCE_DIR}/data/quillery.desktop
+# One application id names the desktop entry, the AppStream metainfo that
+# software centres read, and what the program tells the desktop it is.
+set(QUILLERY_APP_ID io.github.quillery.Quillery)
+install(FILES ${CMAKE_SOURCE_DIR}/data/${QUILLERY_APP_ID}.desktop
         DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
+install(FILES ${CMAKE_SOURCE_DIR}/data/${QUILLERY_APP_ID}.metainfo.xml
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
 
 # Man pages are installed compressed, as Debian expects.
 configure_file(${CMAKE_SOURCE_DIR}/data/quillery.1 ${CMAKE_BINARY_DIR}/man/quillery.1 @ONLY)

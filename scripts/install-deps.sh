@@ -10,7 +10,7 @@ packages=(
     xvfb openbox picom xdotool imagemagick xserver-xephyr x11-xserver-utils x11-utils
     tint2 dbus dbus-x11
     sway xwayland grim wtype adwaita-icon-theme
-    desktop-file-utils man-db groff-base dpkg-dev file
+    desktop-file-utils appstream man-db groff-base dpkg-dev file
 )
 missing=()
 for package in "${packages[@]}"; do

@@ -36,7 +36,10 @@ missing=$(ldd "$binary" | grep 'not found' || true)
 [ -z "$missing" ] || fail "libraries not found: $missing"
 version=$("$binary" --version) || fail "quillery --version"
 [[ "$version" == "quillery "* ]] || fail "unexpected version text: $version"
-desktop-file-validate "$root/usr/share/applications/quillery.desktop" || fail "desktop file"
+app_id=io.github.quillery.Quillery
+desktop-file-validate "$root/usr/share/applications/$app_id.desktop" || fail "desktop file"
+appstreamcli validate --no-net "$root/usr/share/metainfo/$app_id.metainfo.xml" >/dev/null ||
+    fail "AppStream metainfo: $(appstreamcli validate --no-net "$root/usr/share/metainfo/$app_id.metainfo.xml")"
 page="$root/usr/share/man/man1/quillery.1.gz"
 warnings=$(MANWIDTH=80 man --warnings -l "$page" 2>&1 >/dev/null)
 [ -z "$warnings" ] || fail "man page warnings: $warnings"

@@ -73,6 +73,8 @@ void AppDelegate::prepareApplication() {
     QApplication::setApplicationName(QStringLiteral("Quillery"));
     QApplication::setOrganizationName(QStringLiteral("Quillery"));
     QApplication::setApplicationVersion(QStringLiteral(QUILLERY_VERSION));
+    // The desktop entry's name: Wayland desktops and portals match windows to it.
+    QGuiApplication::setDesktopFileName(QStringLiteral("io.github.quillery.Quillery"));
     QApplication::setQuitOnLastWindowClosed(false);
     if (qobject_cast<QApplication*>(QCoreApplication::instance()))
         QApplication::setWindowIcon(PencilIconEngine::icon(
