@@ -7,6 +7,7 @@
 #include "HotKeyManager.h"
 #include "LoginItem.h"
 #include "OverlayController.h"
+#include "OverlayHost.h"
 #include "PencilIconEngine.h"
 #include "Settings.h"
 #include "SettingsWindow.h"
@@ -90,7 +91,9 @@ void AppDelegate::applicationDidFinishLaunching() {
     menu_ = std::make_unique<QMenu>();
     connect(menu_.get(), &QMenu::aboutToShow, this, &AppDelegate::menuNeedsUpdate);
     statusItem_->setContextMenu(menu_.get());
-    statusItem_->setToolTip(tr("Quillery"));
+    updateToolTip();
+    connect(&OverlayController::shared().host(), &OverlayHost::translucencyChanged, this,
+            &AppDelegate::updateToolTip);
     // A left click opens the same menu: the icon has nothing else to do.
     connect(statusItem_, &QSystemTrayIcon::activated, this,
             [this](QSystemTrayIcon::ActivationReason reason) {
@@ -187,6 +190,17 @@ bool AppDelegate::isDrawing() {
 
 void AppDelegate::toggle() {
     OverlayController::shared().toggle();
+}
+
+// Without a compositor ink looks different (marks cut to their pixels, the
+// highlighter striped, no fading): the tooltip says why.
+void AppDelegate::updateToolTip() {
+    if (!statusItem_)
+        return;
+    statusItem_->setToolTip(OverlayController::shared().host().drawsTranslucent()
+                                ? tr("Quillery")
+                                : tr("Quillery: ink is drawn without translucency, as no "
+                                     "compositor runs"));
 }
 
 void AppDelegate::updateIcon() {

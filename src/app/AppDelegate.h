@@ -30,6 +30,7 @@ public:
     // Clears the menu and fills it afresh with the present state.
     void menuNeedsUpdate();
     void updateIcon();
+    void updateToolTip();
     void toggleDrawing();
     void clearAll();
     void setFade(int seconds);

@@ -111,6 +111,16 @@ int thresholdFor(Tool kind, double strength) {
     return std::min(full, int(std::ceil(full * 0.5 / strength)));
 }
 
+// Without a compositor a shaped window shows its pixels opaque: a highlighter
+// band cut whole would hide what it marks. Cut to every other row of device
+// pixels, it lets the rows between show what lies under it.
+QRegion everyOtherRow(const QRect& area) {
+    QRegion rows;
+    for (int y = area.top() + (area.top() & 1); y <= area.bottom(); y += 2)
+        rows += QRect(area.left(), y, area.width(), 1);
+    return rows;
+}
+
 } // namespace
 
 InkMask::InkMask(const QRect& screen, qreal devicePixelRatio)
@@ -209,10 +219,14 @@ std::vector<QRegion> InkMask::itemRegions(const Item& item, bool editing,
                                           const std::vector<int>& thresholds) const {
     const QRectF area = Renderer::itemBounds(item, editing).translated(-screen.topLeft()) &
                         QRectF(QPointF(0, 0), screen.size());
-    return paintedRegions(area, ratio, thresholds, [&](QPainter& painter) {
+    std::vector<QRegion> regions = paintedRegions(area, ratio, thresholds, [&](QPainter& painter) {
         painter.translate(-QPointF(screen.topLeft()));
         Renderer::draw(painter, item, 1.0, editing);
     });
+    if (item.kind == Tool::highlighter)
+        for (QRegion& region : regions)
+            region &= everyOtherRow(region.boundingRect());
+    return regions;
 }
 
 QRegion InkMask::hintBarRegion(const DrawingStore& store) const {

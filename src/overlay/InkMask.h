@@ -16,7 +16,8 @@ class DrawingStore;
 // or more (for the highlighter, half of its own translucent strength), so
 // that a window cut to this region shows the ink without a dark rim where it
 // would only faintly blend with the desktop. Fading ink thins, and is gone
-// once it is drawn at less than half strength.
+// once it is drawn at less than half strength. Highlighter marks keep every
+// other row only, so that what they mark shows through them.
 class InkMask {
 public:
     // screen: the window's screen in virtual-desktop coordinates.

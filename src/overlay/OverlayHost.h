@@ -24,8 +24,12 @@ public:
     virtual QPoint pointerPosition() const = 0;
     // What `quillery --status` calls this host.
     virtual QString name() const = 0;
+    // Whether ink shows translucent (highlighter, fading): not where windows
+    // can only be cut to their ink, for want of a compositor.
+    virtual bool drawsTranslucent() const { return true; }
 
 signals:
+    void translucencyChanged();
     // Outputs were added, removed or moved (a burst of changes comes as one).
     void outputsChanged();
 };

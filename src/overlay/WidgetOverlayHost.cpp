@@ -39,7 +39,10 @@ std::vector<OverlaySurface*> WidgetOverlayHost::rebuild(DrawingStore& store) {
     windows_.clear();
     // Asked afresh: a compositing manager may have come or gone unannounced
     // (a server without XFixes).
-    shaped = !WindowSystem::current().isCompositing();
+    if (const bool nowShaped = !WindowSystem::current().isCompositing(); nowShaped != shaped) {
+        shaped = nowShaped;
+        emit translucencyChanged();
+    }
     std::vector<OverlaySurface*> surfaces;
     for (QScreen* screen : QGuiApplication::screens()) {
         auto* window = new OverlayWindow(screen, store);
@@ -59,6 +62,7 @@ void WidgetOverlayHost::compositingChanged() {
     if (nowShaped == shaped)
         return;
     shaped = nowShaped;
+    emit translucencyChanged();
     for (OverlayWindow* window : windows_)
         window->setShaped(shaped);
     // Cut to its ink, the key window must hold the pointer to keep the pen.

@@ -19,6 +19,7 @@ public:
     std::vector<OverlaySurface*> rebuild(DrawingStore& store) override;
     QPoint pointerPosition() const override;
     QString name() const override { return QStringLiteral("x11"); }
+    bool drawsTranslucent() const override { return !shaped; }
 
     const std::vector<OverlayWindow*>& windows() const { return windows_; }
     // Whether the windows are cut to the ink, for want of a compositing manager.

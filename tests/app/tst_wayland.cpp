@@ -102,6 +102,7 @@ private Q_SLOTS:
         quillery.setProcessChannelMode(QProcess::ForwardedChannels);
         quillery.start(binary(), {});
         QTRY_COMPARE_WITH_TIMEOUT(status(QStringLiteral("host")), QStringLiteral("wayland"), 10000);
+        QCOMPARE(status(QStringLiteral("translucency")), QStringLiteral("yes"));
     }
 
     void aCompositorBindingStartsDrawing() {

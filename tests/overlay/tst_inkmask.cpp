@@ -61,10 +61,13 @@ private Q_SLOTS:
         QVERIFY(!pen.contains(QPoint(44, 100)));
         QVERIFY(pen.boundingRect().width() <= 300 + 8);
 
-        // The highlighter is four times as broad and translucent: still all of it.
+        // The highlighter is four times as broad and translucent: all of its
+        // band, but every other row only, so that what it marks shows between.
         stroke(Tool::highlighter, {50, 300}, {350, 300}, 6);
         const QRegion both = mask.region(*store, t0);
-        QVERIFY(qAbs(heightAt(both, 200, 260, 340) - 24) <= 1);
+        QVERIFY(qAbs(heightAt(both, 200, 260, 340) - 12) <= 1);
+        QVERIFY(both.contains(QPoint(200, 290)) != both.contains(QPoint(200, 291)));
+        QVERIFY(both.contains(QPoint(200, 310)) && !both.contains(QPoint(200, 311)));
         QCOMPARE(both & QRect(0, 0, 800, 200), pen);
 
         // A rectangle: its outline, not its inside.

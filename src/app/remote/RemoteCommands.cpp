@@ -58,10 +58,13 @@ RemoteReply RemoteCommands::execute(const QString& request) const {
 
 QString RemoteCommands::status() {
     const DrawingStore& store = OverlayController::shared().store();
-    return QStringLiteral("drawing: %1\ntool: %2\ncolor: %3\nwidth: %4\nitems: %5\nhost: %6\n")
+    const OverlayHost& host = OverlayController::shared().host();
+    return QStringLiteral("drawing: %1\ntool: %2\ncolor: %3\nwidth: %4\nitems: %5\nhost: %6\n"
+                          "translucency: %7\n")
         .arg(store.isDrawing() ? QStringLiteral("on") : QStringLiteral("off"),
              rawValue(store.tool()), paletteColor(store.colorIndex()).name)
         .arg(store.width())
         .arg(store.items().size())
-        .arg(OverlayController::shared().host().name());
+        .arg(host.name(), host.drawsTranslucent() ? QStringLiteral("yes")
+                                                  : QStringLiteral("no (no compositor runs)"));
 }

@@ -86,6 +86,8 @@ private Q_SLOTS:
             return quillery(arguments).exitCode;
         };
         QCOMPARE(statusValue("drawing"), QStringLiteral("off"));
+        QCOMPARE(statusValue("host"), QStringLiteral("x11"));
+        QCOMPARE(statusValue("translucency"), QStringLiteral("no (no compositor runs)"));
         QCOMPARE(command({"--start"}), 0);
         QCOMPARE(statusValue("drawing"), QStringLiteral("on"));
         QVERIFY(XDesktop::drag({{300, 300}, {330, 320}, {360, 320}, {400, 320}}));
