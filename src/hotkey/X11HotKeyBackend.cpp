@@ -212,13 +212,9 @@ bool X11HotKeyBackend::grabShortcut(const Shortcut& shortcut) {
 void X11HotKeyBackend::ungrab() {
     if (!grabbed)
         return;
-    for (xcb_window_t root : roots)
-        for (xcb_keycode_t keycode : grabbed->keycodes)
-            for (uint16_t locks : grabbed->lockCombinations)
-                xcb_ungrab_key(connection, keycode, root, grabbed->modifiers | locks);
+    ungrabAllBut(*grabbed, std::nullopt);
     grabbed.reset();
     keyDown = false;
-    sync();
 }
 
 // Waits until the server has handled everything sent so far, so that a

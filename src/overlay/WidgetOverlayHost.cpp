@@ -39,10 +39,7 @@ std::vector<OverlaySurface*> WidgetOverlayHost::rebuild(DrawingStore& store) {
     windows_.clear();
     // Asked afresh: a compositing manager may have come or gone unannounced
     // (a server without XFixes).
-    if (const bool nowShaped = !WindowSystem::current().isCompositing(); nowShaped != shaped) {
-        shaped = nowShaped;
-        emit translucencyChanged();
-    }
+    askWhetherShaped();
     std::vector<OverlaySurface*> surfaces;
     for (QScreen* screen : QGuiApplication::screens()) {
         auto* window = new OverlayWindow(screen, store);
@@ -57,12 +54,18 @@ QPoint WidgetOverlayHost::pointerPosition() const {
     return QCursor::pos();
 }
 
-void WidgetOverlayHost::compositingChanged() {
+bool WidgetOverlayHost::askWhetherShaped() {
     const bool nowShaped = !WindowSystem::current().isCompositing();
     if (nowShaped == shaped)
-        return;
+        return false;
     shaped = nowShaped;
     emit translucencyChanged();
+    return true;
+}
+
+void WidgetOverlayHost::compositingChanged() {
+    if (!askWhetherShaped())
+        return;
     for (OverlayWindow* window : windows_)
         window->setShaped(shaped);
     // Cut to its ink, the key window must hold the pointer to keep the pen.

@@ -28,6 +28,8 @@ public:
 private:
     void watchScreen(QScreen* screen);
     void compositingChanged();
+    // Whether windows must be cut to their ink now; true if that changed.
+    bool askWhetherShaped();
 
     std::vector<OverlayWindow*> windows_;
     bool shaped = false;
