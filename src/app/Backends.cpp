@@ -14,33 +14,16 @@
 
 #include <QGuiApplication>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <utility>
 
 namespace {
 
-enum class HostKind { widgets, layerShell };
-HostKind chosenHost = HostKind::widgets;
+// The compositor's connection, kept from the choice of host for the host,
+// where it offers layer-shell surfaces.
+wl_display* layerShellDisplay = nullptr;
 
 bool isSet(const char* name) {
-    const char* value = std::getenv(name);
-    return value && *value;
-}
-
-// Qt's own choice of platform for our windows, unless the user made one.
-void keepQtOnX11() {
-    if (!isSet("QT_QPA_PLATFORM"))
-        setenv("QT_QPA_PLATFORM", "xcb", 1);
-}
-
-HostKind automaticHost() {
-    if (!isSet("WAYLAND_DISPLAY"))
-        return HostKind::widgets;
-    if (WaylandOverlayHost::isOffered())
-        return HostKind::layerShell;
-    // No layer shell (GNOME): the overlay is an X11 window through XWayland.
-    keepQtOnX11();
-    return HostKind::widgets;
+    return !qEnvironmentVariableIsEmpty(name);
 }
 
 // A GUI application, if that is what runs (a plain QCoreApplication in some tests).
@@ -59,26 +42,25 @@ xcb_connection_t* x11Connection() {
 } // namespace
 
 void Backends::chooseOverlayHost() {
-    const char* forced = std::getenv("QUILLERY_OVERLAY_HOST");
-    if (!forced || !*forced) {
-        chosenHost = automaticHost();
-    } else if (std::strcmp(forced, "x11") == 0) {
-        if (isSet("WAYLAND_DISPLAY"))
-            keepQtOnX11();
-        chosenHost = HostKind::widgets;
-    } else if (std::strcmp(forced, "wayland") == 0 && WaylandOverlayHost::isOffered()) {
-        chosenHost = HostKind::layerShell;
-    } else {
+    const QByteArray forced = qgetenv("QUILLERY_OVERLAY_HOST");
+    const bool wantsX11 = forced == "x11";
+    const bool wantsWayland = forced == "wayland";
+    if (!forced.isEmpty() && !wantsX11 && !wantsWayland)
         std::fprintf(stderr,
-                     std::strcmp(forced, "wayland") == 0
-                         ? "quillery: QUILLERY_OVERLAY_HOST=wayland, but no Wayland compositor "
-                           "with layer-shell surfaces answers; choosing the overlay host "
-                           "automatically.\n"
-                         : "quillery: QUILLERY_OVERLAY_HOST is \"%s\", not x11 or wayland; "
-                           "choosing the overlay host automatically.\n",
-                     forced);
-        chosenHost = automaticHost();
-    }
+                     "quillery: QUILLERY_OVERLAY_HOST is \"%s\", not x11 or wayland; "
+                     "choosing the overlay host automatically.\n",
+                     forced.constData());
+    if (wantsWayland || (!wantsX11 && isSet("WAYLAND_DISPLAY")))
+        layerShellDisplay = WaylandOverlayHost::connectIfOffered();
+    if (wantsWayland && !layerShellDisplay)
+        std::fputs("quillery: QUILLERY_OVERLAY_HOST=wayland, but no Wayland compositor with "
+                   "layer-shell surfaces answers; choosing the overlay host automatically.\n",
+                   stderr);
+    // No layer shell on a Wayland session (GNOME): the overlay is an X11
+    // window through XWayland, and Qt's own windows go the same way unless
+    // the user chose Qt's platform.
+    if (!layerShellDisplay && isSet("WAYLAND_DISPLAY") && !isSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
 }
 
 void Backends::load() {
@@ -91,12 +73,13 @@ void Backends::load() {
         WindowSystem::install(std::make_unique<NullWindowSystem>());
         HotKeyManager::shared().setBackend(std::make_unique<NullHotKeyBackend>());
     }
-    if (chosenHost == HostKind::layerShell) {
-        if (auto host = WaylandOverlayHost::connect()) {
+    if (layerShellDisplay) {
+        if (auto host = WaylandOverlayHost::create(std::exchange(layerShellDisplay, nullptr))) {
             OverlayHost::install(std::move(host));
             return;
         }
-        std::fputs("quillery: the Wayland compositor went away; drawing through Qt's windows.\n",
+        std::fputs("quillery: the Wayland compositor lacks what the overlay needs; drawing "
+                   "through Qt's windows.\n",
                    stderr);
     }
     // Qt windows serve any Qt platform that can show them.

@@ -67,10 +67,10 @@ struct LayerShellProbe {
 
 } // namespace
 
-bool WaylandOverlayHost::isOffered() {
+wl_display* WaylandOverlayHost::connectIfOffered() {
     wl_display* display = wl_display_connect(nullptr);
     if (!display)
-        return false;
+        return nullptr;
     LayerShellProbe probe;
     static const wl_registry_listener listener = {
         [](void* data, wl_registry*, uint32_t, const char* interface, uint32_t) {
@@ -83,14 +83,13 @@ bool WaylandOverlayHost::isOffered() {
     wl_registry_add_listener(registry, &listener, &probe);
     wl_display_roundtrip(display);
     wl_registry_destroy(registry);
+    if (probe.found)
+        return display;
     wl_display_disconnect(display);
-    return probe.found;
+    return nullptr;
 }
 
-std::unique_ptr<WaylandOverlayHost> WaylandOverlayHost::connect() {
-    wl_display* display = wl_display_connect(nullptr);
-    if (!display)
-        return nullptr;
+std::unique_ptr<WaylandOverlayHost> WaylandOverlayHost::create(wl_display* display) {
     std::unique_ptr<WaylandOverlayHost> host(new WaylandOverlayHost(display));
     if (!host->compositor_ || !host->shm_ || !host->layerShell_)
         return nullptr;

@@ -31,11 +31,13 @@ struct wp_viewporter;
 class WaylandOverlayHost : public OverlayHost {
     Q_OBJECT
 public:
-    // Whether the session's compositor offers layer-shell surfaces.
-    static bool isOffered();
-    // A host on a new connection; none if the compositor can't be reached or
-    // offers no layer shell.
-    static std::unique_ptr<WaylandOverlayHost> connect();
+    // A connection to the session's compositor if it offers layer-shell
+    // surfaces, else none. Made before Qt starts, since the answer decides
+    // Qt's platform; the host takes it over once Qt runs.
+    static wl_display* connectIfOffered();
+    // A host on that connection (which it owns from now on); none if the
+    // compositor lacks what the overlay needs.
+    static std::unique_ptr<WaylandOverlayHost> create(wl_display* display);
     ~WaylandOverlayHost() override;
 
     std::vector<OverlaySurface*> rebuild(DrawingStore& store) override;
