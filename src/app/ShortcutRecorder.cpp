@@ -4,14 +4,15 @@
 
 #include <QCoreApplication>
 #include <QKeyEvent>
+#include <QWidget>
 
 namespace {
 constexpr quint32 requiredModifiers =
     HotKeyConfig::cmdKey | HotKeyConfig::optionKey | HotKeyConfig::controlKey;
 }
 
-ShortcutRecorder::ShortcutRecorder(QObject* parent)
-    : QObject(parent), config_(HotKeyConfig::current()) {}
+ShortcutRecorder::ShortcutRecorder(QWidget* window)
+    : QObject(window), window_(window), config_(HotKeyConfig::current()) {}
 
 void ShortcutRecorder::startRecording() {
     recording = true;
@@ -61,6 +62,15 @@ void ShortcutRecorder::handle(const QKeyEvent& event) {
 }
 
 bool ShortcutRecorder::eventFilter(QObject* watched, QEvent* event) {
+    // Another window in front: the shortcut in force comes back at once
+    // rather than staying off while the user works elsewhere.
+    if (watched == window_ && event->type() == QEvent::WindowDeactivate) {
+        stopRecording();
+        return false;
+    }
+    // Keys meant for the overlay, a menu or another window go where they were sent.
+    if (!isForRecordingWindow(watched))
+        return QObject::eventFilter(watched, event);
     if (event->type() == QEvent::ShortcutOverride) {
         // Claim the key so that no shortcut of any window acts on it.
         event->accept();
@@ -73,6 +83,11 @@ bool ShortcutRecorder::eventFilter(QObject* watched, QEvent* event) {
     if (!isModifierOnly(keyEvent.key()))
         handle(keyEvent);
     return true;
+}
+
+bool ShortcutRecorder::isForRecordingWindow(QObject* receiver) const {
+    const auto* widget = qobject_cast<const QWidget*>(receiver);
+    return widget && widget->window() == window_ && window_->isActiveWindow();
 }
 
 bool ShortcutRecorder::isModifierOnly(int key) {

@@ -6,14 +6,16 @@
 #include <QString>
 
 class QKeyEvent;
+class QWidget;
 
-// Records a new global shortcut from the next key press. While it waits, the
-// global shortcut is off (so pressing the present one is heard here), and every
-// key press in the application is consumed.
+// Records a new global shortcut from the next key press in its window. While it
+// waits, the global shortcut is off (so pressing the present one is heard here)
+// and the window's key presses are consumed; keys sent to any other window are
+// left alone, and the window losing the front ends the recording.
 class ShortcutRecorder : public QObject {
     Q_OBJECT
 public:
-    explicit ShortcutRecorder(QObject* parent = nullptr);
+    explicit ShortcutRecorder(QWidget* window);
 
     // The shortcut in force as far as this recorder knows.
     const HotKeyConfig& config() const { return config_; }
@@ -33,9 +35,11 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    bool isForRecordingWindow(QObject* receiver) const;
     static bool isModifierOnly(int key);
     void removeMonitor();
 
+    QWidget* window_;
     HotKeyConfig config_;
     bool recording = false;
     bool monitorInstalled = false;

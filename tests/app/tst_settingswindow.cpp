@@ -12,6 +12,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
 #include <QtTest>
@@ -158,6 +159,23 @@ private Q_SLOTS:
         Q_EMIT delegate->menu()->aboutToShow();
         QCOMPARE(delegate->menu()->actions().first()->text(),
                  QStringLiteral("Start Drawing   (Ctrl+Alt+K)"));
+    }
+
+    // Keys sent to another window (the overlay, a menu) are not the recorder's;
+    // another window coming to the front ends the recording.
+    void recorderListensOnlyInItsActiveWindow() {
+        QLineEdit other;
+        other.show();
+        clickShortcutButton();
+        QTest::keyClick(&other, Qt::Key_X);
+        QCOMPARE(other.text(), QStringLiteral("x"));
+        QCOMPARE(caption(), hint);
+        QVERIFY(recording());
+        other.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&other));
+        QTRY_VERIFY(!recording());
+        QVERIFY(registered());
+        expectShortcutWorks("ctrl+alt+d");
     }
 
     void combinationHeldElsewhereIsUnavailableAndClosingRestoresTheOldOne() {
