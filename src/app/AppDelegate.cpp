@@ -89,7 +89,10 @@ void AppDelegate::applicationDidFinishLaunching() {
 
     statusItem_ = new QSystemTrayIcon;
     menu_ = std::make_unique<QMenu>();
+    buildMenu();
+    // The autostart entry can change behind our back: read again on opening.
     connect(menu_.get(), &QMenu::aboutToShow, this, &AppDelegate::menuNeedsUpdate);
+    connect(&Settings::shared(), &Settings::changed, this, &AppDelegate::menuNeedsUpdate);
     statusItem_->setContextMenu(menu_.get());
     updateToolTip();
     connect(&OverlayController::shared().host(), &OverlayHost::translucencyChanged, this,
@@ -106,8 +109,10 @@ void AppDelegate::applicationDidFinishLaunching() {
     HotKeyManager::shared().onPress = [] { toggle(); };
     HotKeyManager::shared().registerHotKey(HotKeyConfig::current());
 
-    connect(&OverlayController::shared().store(), &DrawingStore::drawingStateChanged, this,
-            &AppDelegate::updateIcon);
+    connect(&OverlayController::shared().store(), &DrawingStore::drawingStateChanged, this, [this] {
+        updateIcon();
+        menuNeedsUpdate();
+    });
 
     // Set before showing, so the window comes once even if it is closed unread.
     if (!Settings::shared().didShowWelcome()) {
@@ -139,24 +144,23 @@ void AppDelegate::showStatusItemWhenTrayExists() {
     connect(notifierHost, &QDBusServiceWatcher::serviceRegistered, this, showIfTrayCame);
 }
 
-void AppDelegate::menuNeedsUpdate() {
-    menu_->clear();
-    // clear() drops the actions but not the submenus made by addMenu().
-    for (QMenu* submenu : menu_->findChildren<QMenu*>(Qt::FindDirectChildrenOnly))
-        delete submenu;
-
-    // "&" would otherwise turn the next letter of a key name into a mnemonic.
-    QString shortcut = HotKeyConfig::current().display();
-    shortcut.replace(u'&', QStringLiteral("&&"));
-    const QString toggleTitle = isDrawing() ? tr("Stop Drawing") : tr("Start Drawing");
-    menu_->addAction(toggleTitle + QStringLiteral("   (") + shortcut + u')', this,
-                     &AppDelegate::toggleDrawing);
+// Built once and kept up to date: a StatusNotifierItem host reads the menu
+// over D-Bus whenever it likes, not only after asking to show it.
+void AppDelegate::buildMenu() {
+    toggleAction_ = menu_->addAction(QString(), this, &AppDelegate::toggleDrawing);
     menu_->addAction(tr("Clear All"), this, &AppDelegate::clearAll);
     menu_->addSeparator();
-    addFadeMenu();
-    QAction* login = menu_->addAction(tr("Launch at Login"), this, &AppDelegate::toggleLogin);
-    login->setCheckable(true);
-    login->setChecked(loginItem->isEnabled());
+    fadeMenu_ = menu_->addMenu(tr("Fade after"));
+    // Check marks, not the radio dots an exclusive action group would show
+    // (and export to StatusNotifierItem hosts): the choice in force is marked.
+    for (const int seconds : SettingsWindow::fadeChoices()) {
+        QAction* choice = fadeMenu_->addAction(SettingsWindow::fadeChoiceTitle(seconds), this,
+                                               [this, seconds] { setFade(seconds); });
+        choice->setData(seconds);
+        choice->setCheckable(true);
+    }
+    loginAction_ = menu_->addAction(tr("Launch at Login"), this, &AppDelegate::toggleLogin);
+    loginAction_->setCheckable(true);
     menu_->addSeparator();
     menu_->addAction(tr("Settings…"), QKeySequence(Qt::CTRL | Qt::Key_Comma), this,
                      &AppDelegate::showSettings);
@@ -164,24 +168,19 @@ void AppDelegate::menuNeedsUpdate() {
     menu_->addSeparator();
     menu_->addAction(tr("Quit Quillery"), QKeySequence(Qt::CTRL | Qt::Key_Q), this,
                      &AppDelegate::quitApp);
+    menuNeedsUpdate();
 }
 
-void AppDelegate::addFadeMenu() {
-    const qint64 current = storedFadeSeconds();
-    QMenu* fade = menu_->addMenu(tr("Fade after"));
-    // Check marks, not the radio dots an exclusive action group would show
-    // (and export to StatusNotifierItem hosts): the choice in force is marked.
-    for (const int seconds : SettingsWindow::fadeChoices()) {
-        QAction* choice = fade->addAction(SettingsWindow::fadeChoiceTitle(seconds));
-        choice->setData(seconds);
-        choice->setCheckable(true);
-        choice->setChecked(seconds == current);
-        connect(choice, &QAction::triggered, this, [this, fade, seconds] {
-            setFade(seconds);
-            for (QAction* each : fade->actions())
-                each->setChecked(each->data().toInt() == seconds);
-        });
-    }
+void AppDelegate::menuNeedsUpdate() {
+    // "&" would otherwise turn the next letter of a key name into a mnemonic.
+    QString shortcut = HotKeyConfig::current().display();
+    shortcut.replace(u'&', QStringLiteral("&&"));
+    const QString toggleTitle = isDrawing() ? tr("Stop Drawing") : tr("Start Drawing");
+    toggleAction_->setText(toggleTitle + QStringLiteral("   (") + shortcut + u')');
+    const qint64 fade = storedFadeSeconds();
+    for (QAction* choice : fadeMenu_->actions())
+        choice->setChecked(choice->data().toInt() == fade);
+    loginAction_->setChecked(loginItem->isEnabled());
 }
 
 bool AppDelegate::isDrawing() {
@@ -225,6 +224,7 @@ void AppDelegate::setFade(int seconds) {
 void AppDelegate::toggleLogin() {
     const LoginItem::Failure failure =
         loginItem->isEnabled() ? loginItem->unregisterItem() : loginItem->registerItem();
+    menuNeedsUpdate();
     if (!failure)
         return;
     requireApplication("The Launch at Login alert");

@@ -27,7 +27,7 @@ public:
     // Start-up, once the application object exists.
     void applicationDidFinishLaunching();
 
-    // Clears the menu and fills it afresh with the present state.
+    // Brings the menu's titles and check marks up to date with the present state.
     void menuNeedsUpdate();
     void updateIcon();
     void updateToolTip();
@@ -44,18 +44,19 @@ public:
     SettingsWindow* settingsWindow() const { return settingsWindow_.get(); }
     WelcomeWindow* welcomeWindow() const { return welcomeWindow_.get(); }
 
-    // How often a missing tray is looked for again.
-
 private:
     static bool isDrawing();
     static void toggle();
-    void addFadeMenu();
+    void buildMenu();
     void showStatusItemWhenTrayExists();
     void requireApplication(const char* step) const;
 
     std::unique_ptr<LoginItem> loginItem;
     QSystemTrayIcon* statusItem_ = nullptr;
     std::unique_ptr<QMenu> menu_;
+    QAction* toggleAction_ = nullptr;
+    QMenu* fadeMenu_ = nullptr;
+    QAction* loginAction_ = nullptr;
     std::unique_ptr<SettingsWindow> settingsWindow_;
     std::unique_ptr<WelcomeWindow> welcomeWindow_;
 };

@@ -111,8 +111,8 @@ private Q_SLOTS:
                                "How to Draw…",
                                "---",
                                "Quit Quillery\tCtrl+Q"};
-        QCOMPARE(openMenu(), idle);
-        QCOMPARE(openMenu(), idle); // rebuilt at every opening, never added to
+        QCOMPARE(read(delegate->menu()), idle); // complete before it was ever opened
+        QCOMPARE(openMenu(), idle);             // and opening adds nothing
         QCOMPARE(delegate->menu()->findChildren<QMenu*>().size(), 1);
         QCOMPARE(read(fadeMenu()), QStringList({"Never [ ]", "2 seconds [ ]", "4 seconds [x]",
                                                 "8 seconds [ ]", "15 seconds [ ]"}));
@@ -142,9 +142,11 @@ private Q_SLOTS:
         QVERIFY(store().isDrawing());
         QTRY_VERIFY(!store().isDrawing());
         QCOMPARE(icon(), icon(false));
-        // Any other way of stopping turns the icon back as well.
+        // Any other way of stopping turns the icon back as well; the menu
+        // follows without being opened.
         OverlayController::shared().start();
         QCOMPARE(icon(), icon(true));
+        QCOMPARE(read(delegate->menu()).first(), QStringLiteral("Stop Drawing   (Ctrl+Alt+D)"));
         OverlayController::shared().stop();
         QCOMPARE(icon(), icon(false));
 
