@@ -15,6 +15,9 @@ int runInstance(int argc, char** argv, bool withRemoteControl) {
         return 1;
     }
     Backends::chooseOverlayHost();
+    // Started by its autostart entry, never restored by a session manager as
+    // well (which would make two): Qt registers with none when none is named.
+    qunsetenv("SESSION_MANAGER");
     QApplication application(argc, argv);
     Backends::load();
     AppDelegate::prepareApplication();

@@ -86,7 +86,7 @@ std::optional<RemoteReply> RemoteClient::send(const QString& request) {
     QString error;
     if (!ControlChannel::checkDirectory(&error))
         return RemoteReply{1, error + QLatin1Char('\n')};
-    Connection connection(QFile::encodeName(ControlChannel::socketPath()));
+    Connection connection(QFile::encodeName(ControlChannel::clientSocketPath()));
     if (!connection.isConnected())
         return std::nullopt;
     connection.sendAll(request.toUtf8() + '\n');

@@ -1,6 +1,7 @@
 #include "XTestSupport.h"
 
 #include <QFile>
+#include <QLocalServer>
 #include <QLocalSocket>
 #include <QRandomGenerator>
 #include <QtTest>
@@ -23,12 +24,27 @@ class RemoteControlTest : public QObject {
     };
 
     static QString binary() { return qEnvironmentVariable("QUILLERY_BINARY"); }
+    // One socket per graphical session, named after the X display here.
     static QString socketPath() {
-        return qEnvironmentVariable("XDG_RUNTIME_DIR") + QStringLiteral("/quillery/control");
+        return qEnvironmentVariable("XDG_RUNTIME_DIR") + "/quillery/x11-" +
+               qEnvironmentVariable("DISPLAY").mid(1) + ".control";
     }
 
-    static Run quillery(const QStringList& arguments) {
+    // The environment of another place the user runs it from.
+    static QProcessEnvironment environment(const QStringList& set, const QStringList& unset) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        for (const QString& assignment : set)
+            environment.insert(assignment.section(u'=', 0, 0), assignment.section(u'=', 1));
+        for (const QString& name : unset)
+            environment.remove(name);
+        return environment;
+    }
+
+    static Run
+    quillery(const QStringList& arguments,
+             const QProcessEnvironment& from = QProcessEnvironment::systemEnvironment()) {
         QProcess process;
+        process.setProcessEnvironment(from);
         process.start(binary(), arguments);
         if (!process.waitForFinished(15000))
             process.kill();
@@ -37,8 +53,10 @@ class RemoteControlTest : public QObject {
                 QString::fromLocal8Bit(process.readAllStandardError())};
     }
 
-    static QString statusValue(const QString& key) {
-        const Run run = quillery({"--status"});
+    static QString
+    statusValue(const QString& key,
+                const QProcessEnvironment& from = QProcessEnvironment::systemEnvironment()) {
+        const Run run = quillery({"--status"}, from);
         for (const QString& line : run.out.split(u'\n'))
             if (line.startsWith(key + ": "))
                 return line.mid(key.size() + 2);
@@ -56,9 +74,16 @@ class RemoteControlTest : public QObject {
     }
 
     QProcess instance;
+    QTemporaryDir scratch;
+    QLocalServer sessionManager;
 
 private Q_SLOTS:
     void initTestCase() {
+        // Started inside a session that a session manager keeps.
+        QVERIFY(sessionManager.listen(scratch.filePath("ice")));
+        instance.setProcessEnvironment(environment(
+            {"SESSION_MANAGER=unix/" + QSysInfo::machineHostName() + ":" + scratch.filePath("ice")},
+            {}));
         instance.setProcessChannelMode(QProcess::ForwardedChannels);
         instance.start(binary(), {});
         QTRY_VERIFY_WITH_TIMEOUT(quillery({"--status"}).exitCode == 0, 15000);
@@ -110,6 +135,35 @@ private Q_SLOTS:
         QCOMPARE(quillery({}).exitCode, 0);
         QCOMPARE(instance.state(), QProcess::Running);
         QCOMPARE(statusValue("drawing"), QStringLiteral("off"));
+        // It never asked to be restored at login: that is its autostart entry's job.
+        QVERIFY(!sessionManager.hasPendingConnections());
+    }
+
+    // One instance per graphical session: another session of the same user
+    // gets its own, and every way of naming this display reaches this one.
+    void oneInstancePerGraphicalSession() {
+        QCOMPARE(quillery({"--start"}).exitCode, 0);
+        const QString display = qEnvironmentVariable("DISPLAY");
+        for (const QProcessEnvironment& here :
+             {environment({"DISPLAY=unix" + display + ".0"}, {}),
+              environment({"DISPLAY=" + display + ".1"}, {}),
+              environment({}, {"DISPLAY", "WAYLAND_DISPLAY"})}) // a shell with no display
+            QCOMPARE(statusValue("drawing", here), QStringLiteral("on"));
+
+        const QProcessEnvironment elsewhere = environment({"WAYLAND_DISPLAY=wayland-9"}, {});
+        QProcess second;
+        second.setProcessEnvironment(elsewhere);
+        second.start(binary(), {});
+        QTRY_COMPARE_WITH_TIMEOUT(statusValue("drawing", elsewhere), QStringLiteral("off"), 15000);
+        QCOMPARE(second.state(), QProcess::Running);
+        QCOMPARE(statusValue("drawing"), QStringLiteral("on"));
+        // With two running, a shell with no display can't tell which it means.
+        QCOMPARE(quillery({"--status"}, environment({}, {"DISPLAY", "WAYLAND_DISPLAY"})).exitCode,
+                 1);
+        QCOMPARE(quillery({"--quit"}, elsewhere).exitCode, 0);
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(quillery({"--stop"}).exitCode, 0);
+        QCOMPARE(instance.state(), QProcess::Running);
     }
 
     void hostileClientsLeaveItRunning() {
