@@ -8,6 +8,7 @@
 #include "PaletteColor.h"
 #include "Settings.h"
 #include "TestSettings.h"
+#include "XTestSupport.h"
 
 #include <QtTest>
 
@@ -299,6 +300,19 @@ private Q_SLOTS:
         QCOMPARE(typed(), QStringLiteral("abé"));
         press(Qt::Key_Return);
         QVERIFY(!imQuery(Qt::ImEnabled).toBool());
+    }
+
+    // The real keyboard path: an international layout's dead key and a Compose
+    // key, pressed on the X server, go through the platform's input method.
+    void deadKeysAndComposeFromTheKeyboard() {
+        QVERIFY(!XDesktop::run("setxkbmap",
+                               {"-layout", "us", "-variant", "intl", "-option", "compose:menu"})
+                     .isNull());
+        QTRY_VERIFY(view()->hasFocus() && view()->window()->isActiveWindow());
+        startTyping(QStringLiteral("ab"));
+        QVERIFY(XDesktop::xdotool("key dead_acute e Multi_key o c"));
+        QTRY_COMPARE(typed(), QStringLiteral("abé©"));
+        QVERIFY(!XDesktop::run("setxkbmap", {"-layout", "us"}).isNull());
     }
 
     void keypadEnterCommits() {
