@@ -56,6 +56,8 @@ void OverlayScene::storeChanged() {
     markStale(damage.update(store, geometry_, frameNow()));
     const bool wasInUse = inUse;
     inUse = store.isDrawing() || !store.items().empty() || store.current();
+    if (!store.isDrawing())
+        paintedWhileDrawing = false;
     // Thousands of strokes leave the allocator holding memory it would reuse;
     // once nothing is left to show, the system gets it back.
     if (wasInUse && !inUse) {
