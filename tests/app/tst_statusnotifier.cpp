@@ -40,9 +40,10 @@ class StatusNotifierTest : public QObject {
     QString menuPath;
 
     // One line per item as a host shows it, submenus indented: "---" for a
-    // separator, " [x]" or " [ ]" for a check mark, " >" for a submenu.
-    static void readItem(const QDBusArgument& argument, const QString& indent,
-                         QStringList* lines) {
+    // separator, " [x]" or " [ ]" for a check mark, " >" for a submenu; and
+    // each label's item id.
+    static void readItem(const QDBusArgument& argument, const QString& indent, QStringList* lines,
+                         QHash<QString, int>* ids) {
         int id = 0;
         QVariantMap properties;
         argument.beginStructure();
@@ -50,6 +51,7 @@ class StatusNotifierTest : public QObject {
         QString line = properties.value("type").toString() == "separator"
                            ? QStringLiteral("---")
                            : properties.value("label").toString();
+        ids->insert(line, id);
         if (properties.value("toggle-type").toString() == "checkmark")
             line += properties.value("toggle-state").toInt() == 1 ? " [x]" : " [ ]";
         if (properties.value("toggle-type").toString() == "radio")
@@ -63,51 +65,37 @@ class StatusNotifierTest : public QObject {
             QDBusVariant child;
             argument >> child;
             readItem(qvariant_cast<QDBusArgument>(child.variant()),
-                     id == 0 ? indent : indent + "  ", lines);
+                     id == 0 ? indent : indent + "  ", lines, ids);
         }
         argument.endArray();
         argument.endStructure();
     }
     QDBusMessage callMenu(const QString& method, const QVariantList& arguments) {
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            watcher.registered.value(0), menuPath, "com.canonical.dbusmenu", method);
+        QDBusMessage call = QDBusMessage::createMethodCall(watcher.registered.value(0), menuPath,
+                                                           "com.canonical.dbusmenu", method);
         call.setArguments(arguments);
         return connection->call(call);
     }
-    QStringList layout() {
+    QStringList layout(QHash<QString, int>* ids = nullptr) {
         const QDBusMessage reply = callMenu("GetLayout", {0, -1, QStringList()});
         if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
             return {"GetLayout failed: " + reply.errorMessage()};
         QStringList lines;
-        readItem(qvariant_cast<QDBusArgument>(reply.arguments().at(1)), QString(), &lines);
+        QHash<QString, int> labels;
+        readItem(qvariant_cast<QDBusArgument>(reply.arguments().at(1)), QString(), &lines,
+                 ids ? ids : &labels);
         return lines;
     }
     // Clicks the item with this label, as a host does when the user picks it.
     bool click(const QString& label) {
-        const QDBusMessage reply = callMenu("GetLayout", {0, -1, QStringList{"label"}});
-        QList<QDBusArgument> pending{qvariant_cast<QDBusArgument>(reply.arguments().value(1))};
-        while (!pending.isEmpty()) {
-            const QDBusArgument item = pending.takeFirst();
-            int id = 0;
-            QVariantMap properties;
-            item.beginStructure();
-            item >> id >> properties;
-            if (properties.value("label").toString() == label) {
-                const QDBusMessage done = callMenu(
-                    "Event", {id, QStringLiteral("clicked"),
-                              QVariant::fromValue(QDBusVariant(QString())), 0u});
-                return done.type() == QDBusMessage::ReplyMessage;
-            }
-            item.beginArray();
-            while (!item.atEnd()) {
-                QDBusVariant child;
-                item >> child;
-                pending << qvariant_cast<QDBusArgument>(child.variant());
-            }
-            item.endArray();
-            item.endStructure();
-        }
-        return false;
+        QHash<QString, int> ids;
+        layout(&ids);
+        if (!ids.contains(label))
+            return false;
+        const QDBusMessage done =
+            callMenu("Event", {ids.value(label), QStringLiteral("clicked"),
+                               QVariant::fromValue(QDBusVariant(QString())), 0u});
+        return done.type() == QDBusMessage::ReplyMessage;
     }
     int command(const QString& option) {
         return QProcess::execute(qEnvironmentVariable("QUILLERY_BINARY"), {option});
@@ -135,16 +123,18 @@ private Q_SLOTS:
         quillery.setProcessChannelMode(QProcess::ForwardedChannels);
         quillery.start(qEnvironmentVariable("QUILLERY_BINARY"), {});
         QTRY_VERIFY_WITH_TIMEOUT(!watcher.registered.isEmpty(), 15000);
-        const QDBusMessage menu = connection->call(QDBusMessage::createMethodCall(
-            watcher.registered.first(), "/StatusNotifierItem", "org.freedesktop.DBus.Properties",
-            "Get") << QStringLiteral("org.kde.StatusNotifierItem")
-                   << QStringLiteral("Menu"));
+        const QDBusMessage menu = connection->call(
+            QDBusMessage::createMethodCall(watcher.registered.first(), "/StatusNotifierItem",
+                                           "org.freedesktop.DBus.Properties", "Get")
+            << QStringLiteral("org.kde.StatusNotifierItem") << QStringLiteral("Menu"));
         menuPath = qvariant_cast<QDBusObjectPath>(
                        qvariant_cast<QDBusVariant>(menu.arguments().value(0)).variant())
                        .path();
         QVERIFY2(!menuPath.isEmpty(), qPrintable(menu.errorMessage()));
     }
     void cleanupTestCase() {
+        connection.reset();
+        QDBusConnection::disconnectFromBus("watcher");
         for (QProcess* process : {&quillery, &bus}) {
             process->terminate();
             process->waitForFinished(5000);
@@ -181,8 +171,8 @@ private Q_SLOTS:
         QVERIFY(layout().contains("  4 seconds [ ]"));
         QVERIFY(click("Launch at Login"));
         QTRY_VERIFY(layout().contains("Launch at Login [x]"));
-        QVERIFY(QFile::exists(qEnvironmentVariable("XDG_CONFIG_HOME") +
-                              "/autostart/quillery.desktop"));
+        QVERIFY(
+            QFile::exists(qEnvironmentVariable("XDG_CONFIG_HOME") + "/autostart/quillery.desktop"));
         QCOMPARE(quillery.state(), QProcess::Running);
     }
 };
