@@ -9,8 +9,6 @@
 #include "WindowSystem.h"
 
 #include <QApplication>
-#include <QWindow>
-#include <algorithm>
 
 OverlayController& OverlayController::shared() {
     // Lives as long as the process, like the store it draws.
@@ -125,18 +123,11 @@ void OverlayController::outputsChanged() {
     store_.announceDisplayChange();
 }
 
-bool OverlayController::isOwnWindow(quint64 id) const {
-    const QWindowList ours = QGuiApplication::allWindows();
-    return std::any_of(ours.begin(), ours.end(), [id](const QWindow* window) {
-        return window->handle() && window->winId() == id;
-    });
-}
-
 void OverlayController::rememberActiveWindow() {
     const quint64 active = WindowSystem::current().activeWindow();
     // With our own menu or settings in front, keep the window that was in
     // front before them.
-    if (active == 0 || !isOwnWindow(active))
+    if (active == 0 || !WindowSystem::isOwnWindow(active))
         previousWindow = active;
 }
 
@@ -144,7 +135,7 @@ void OverlayController::restoreActiveWindow() {
     WindowSystem& system = WindowSystem::current();
     // Our windows ignore keys from now on: never leave the keyboard in one,
     // even when the window to go back to has gone or refuses.
-    if (isOwnWindow(system.focusedWindow()))
+    if (WindowSystem::isOwnWindow(system.focusedWindow()))
         system.releaseFocus();
     if (previousWindow != 0)
         system.activate(previousWindow);

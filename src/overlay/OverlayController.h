@@ -36,7 +36,6 @@ private:
     void showSurfaces(bool visible);
     void updateCursors();
     OverlaySurface* surfaceUnderPointer() const;
-    bool isOwnWindow(quint64 window) const;
     void rememberActiveWindow();
     void restoreActiveWindow();
 

@@ -18,6 +18,8 @@ public:
     // The system chosen at start-up (asking before that is a programming error).
     static WindowSystem& current();
     static void install(std::unique_ptr<WindowSystem> system);
+    // Whether window is one of this program's own native windows.
+    static bool isOwnWindow(WindowId window);
 
     // The window the desktop considers active, or 0.
     virtual WindowId activeWindow() = 0;
