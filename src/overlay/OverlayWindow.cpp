@@ -21,10 +21,21 @@ constexpr int pointerRetryMs = 100;
 // After a window is made key, when to check that it did get the keyboard.
 constexpr int keyboardRetryMs[] = {60, 250};
 
+// Qt takes a while to believe that a window lost the keyboard (it waits for
+// the focus to come back), so a window manager that hands the keyboard to a
+// window of its own just after we took it goes unnoticed there: the window
+// system says where keys go now. One that can't tell leaves it to Qt.
+bool keyboardIsWithUs() {
+    const WindowSystem::WindowId focused = WindowSystem::current().focusedWindow();
+    if (focused == 0)
+        return QApplication::activeWindow() != nullptr;
+    return WindowSystem::isOwnWindow(focused);
+}
+
 } // namespace
 
-OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store)
-    : QWidget(nullptr, overlayFlags), store(store), view_(new OverlayView(store, this)),
+OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store, OverlayScene& scene)
+    : QWidget(nullptr, overlayFlags), store(store), view_(new OverlayView(scene, this)),
       screenGeometry(screen->geometry()) {
     setAttribute(Qt::WA_TranslucentBackground);
     // Only the window under the pointer takes the keyboard, and only when asked.
@@ -139,7 +150,7 @@ void OverlayWindow::makeKey() {
 
 void OverlayWindow::askForKeyboardAgain() {
     ++keyboardAsks;
-    if (canBecomeKey() && isVisible() && !QApplication::activeWindow()) {
+    if (canBecomeKey() && isVisible() && !keyboardIsWithUs()) {
         askingAgain = true;
         keyboardLost();
         askingAgain = false;
@@ -155,7 +166,7 @@ void OverlayWindow::changeEvent(QEvent* event) {
 }
 
 void OverlayWindow::keyboardLost() {
-    if (!canBecomeKey() || !isVisible() || QApplication::activeWindow())
+    if (!canBecomeKey() || !isVisible() || keyboardIsWithUs())
         return;
     // When a window of ours disappears, the keyboard falls back to nobody and
     // window managers hand it to a window of their own, possibly after we
