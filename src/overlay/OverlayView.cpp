@@ -16,7 +16,7 @@ constexpr qreal fallbackRefreshRate = 60;
 
 } // namespace
 
-OverlayView::OverlayView(DrawingStore& store, QWidget* parent) : QWidget(parent), scene_(store) {
+OverlayView::OverlayView(OverlayScene& scene, QWidget* parent) : QWidget(parent), scene_(scene) {
     setFocusPolicy(Qt::StrongFocus);
     // Input methods help with typed text only (see inputMethodQuery): while
     // drawing, letters pick tools and must reach the scene as they are.

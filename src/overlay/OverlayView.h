@@ -6,8 +6,6 @@
 #include <QTimer>
 #include <QWidget>
 
-class DrawingStore;
-
 // Fills an overlay window with its scene: hands Qt's mouse and key events to
 // the scene in desktop coordinates and paints what the scene asks for, at
 // most once per display frame: every pointer position reaches the drawing at
@@ -15,7 +13,8 @@ class DrawingStore;
 class OverlayView : public QWidget {
     Q_OBJECT
 public:
-    explicit OverlayView(DrawingStore& store, QWidget* parent = nullptr);
+    // The scene outlives the view: a window made anew keeps what was painted.
+    explicit OverlayView(OverlayScene& scene, QWidget* parent = nullptr);
 
     OverlayScene& scene() { return scene_; }
     // How long a frame of the view's screen lasts.
@@ -41,7 +40,7 @@ private:
     void showPending();
     void followTyping();
 
-    OverlayScene scene_;
+    OverlayScene& scene_;
     QRegion pending;
     QTimer nextFrame;
     QElapsedTimer lastFrame;

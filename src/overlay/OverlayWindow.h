@@ -11,6 +11,7 @@
 
 class DrawingStore;
 class InkMask;
+class OverlayScene;
 class OverlayView;
 class QScreen;
 
@@ -21,7 +22,7 @@ class QScreen;
 class OverlayWindow : public QWidget, public OverlaySurface {
     Q_OBJECT
 public:
-    OverlayWindow(QScreen* screen, DrawingStore& store);
+    OverlayWindow(QScreen* screen, DrawingStore& store, OverlayScene& scene);
     ~OverlayWindow() override;
 
     OverlayView* view() const { return view_; }

@@ -1,6 +1,7 @@
 #include "WidgetOverlayHost.h"
 
 #include "DrawingStore.h"
+#include "OverlayScene.h"
 #include "OverlayWindow.h"
 #include "WindowSystem.h"
 
@@ -40,14 +41,28 @@ std::vector<OverlaySurface*> WidgetOverlayHost::rebuild(DrawingStore& store) {
     // Asked afresh: a compositing manager may have come or gone unannounced
     // (a server without XFixes).
     askWhetherShaped();
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    std::erase_if(scenes, [&screens](const auto& entry) {
+        if (screens.contains(entry.first))
+            return false;
+        entry.second->deleteLater(); // after the windows that show it
+        return true;
+    });
     std::vector<OverlaySurface*> surfaces;
-    for (QScreen* screen : QGuiApplication::screens()) {
-        auto* window = new OverlayWindow(screen, store);
+    for (QScreen* screen : screens) {
+        auto* window = new OverlayWindow(screen, store, sceneFor(screen, store));
         window->setShaped(shaped);
         windows_.push_back(window);
         surfaces.push_back(window);
     }
     return surfaces;
+}
+
+OverlayScene& WidgetOverlayHost::sceneFor(QScreen* screen, DrawingStore& store) {
+    OverlayScene*& scene = scenes[screen];
+    if (!scene)
+        scene = new OverlayScene(store, this);
+    return *scene;
 }
 
 QPoint WidgetOverlayHost::pointerPosition() const {

@@ -3,7 +3,9 @@
 #include "OverlayHost.h"
 
 #include <QTimer>
+#include <map>
 
+class OverlayScene;
 class OverlayWindow;
 class QScreen;
 
@@ -30,8 +32,13 @@ private:
     void compositingChanged();
     // Whether windows must be cut to their ink now; true if that changed.
     bool askWhetherShaped();
+    OverlayScene& sceneFor(QScreen* screen, DrawingStore& store);
 
     std::vector<OverlayWindow*> windows_;
+    // One scene per screen, with its painted layers, kept from one drawing
+    // session to the next while the windows are made anew (a window shown
+    // again does not reliably get the keyboard back).
+    std::map<QScreen*, OverlayScene*> scenes;
     bool shaped = false;
     // Screen changes come in bursts (a monitor added moves the others too):
     // one signal for the whole burst.

@@ -18,6 +18,7 @@ class OverlayViewTest : public QObject {
     static constexpr double t0 = 2000.0;
     std::unique_ptr<TestSettings> settings;
     std::unique_ptr<DrawingStore> store;
+    std::unique_ptr<OverlayScene> scene;
     std::unique_ptr<OverlayWindow> window;
 
     QImage picture() const { return window->view()->grab().toImage(); }
@@ -42,10 +43,12 @@ private Q_SLOTS:
         Clock::setFixedNow(t0);
         store = std::make_unique<DrawingStore>();
         store->setWidth(8);
-        window = std::make_unique<OverlayWindow>(QGuiApplication::primaryScreen(), *store);
+        scene = std::make_unique<OverlayScene>(*store);
+        window = std::make_unique<OverlayWindow>(QGuiApplication::primaryScreen(), *store, *scene);
     }
     void cleanup() {
         window.reset();
+        scene.reset();
         store.reset();
         Clock::setFixedNow(std::nullopt);
     }
