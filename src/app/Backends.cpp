@@ -5,6 +5,7 @@
 #include "NullOverlayHost.h"
 #include "NullWindowSystem.h"
 #include "OverlayHost.h"
+#include "PortalHotKeyBackend.h"
 #include "WaylandOverlayHost.h"
 #include "WidgetOverlayHost.h"
 #include "WindowSystem.h"
@@ -12,6 +13,7 @@
 #include "X11WindowSystem.h"
 #include "XdgAutostartLoginItem.h"
 
+#include <QDBusConnection>
 #include <QGuiApplication>
 #include <cstdio>
 #include <utility>
@@ -65,14 +67,20 @@ void Backends::chooseOverlayHost() {
 
 void Backends::load() {
     xcb_connection_t* x11 = x11Connection();
-    if (x11) {
+    if (x11)
         WindowSystem::install(std::make_unique<X11WindowSystem>(x11));
+    else
+        WindowSystem::install(std::make_unique<NullWindowSystem>());
+    // On Wayland an X11 grab would fire only while some XWayland window has
+    // the keyboard: the desktop's portal is asked instead.
+    if (isSet("WAYLAND_DISPLAY"))
+        HotKeyManager::shared().setBackend(std::make_unique<PortalHotKeyBackend>(
+            QDBusConnection::sessionBus(), HotKeyManager::pressed));
+    else if (x11)
         HotKeyManager::shared().setBackend(
             std::make_unique<X11HotKeyBackend>(x11, HotKeyManager::pressed));
-    } else {
-        WindowSystem::install(std::make_unique<NullWindowSystem>());
+    else
         HotKeyManager::shared().setBackend(std::make_unique<NullHotKeyBackend>());
-    }
     if (layerShellDisplay) {
         if (auto host = WaylandOverlayHost::create(std::exchange(layerShellDisplay, nullptr))) {
             OverlayHost::install(std::move(host));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QString>
 #include <QtGlobal>
 
 // The platform's global-shortcut facility. One exists per process, chosen when
@@ -20,4 +21,13 @@ public:
     // The keysyms a hardware key code types, in the keymap's order of groups and
     // shift levels (unshifted first); empty where the keymap can't be read.
     virtual QList<quint32> keysymsOfKey(quint32 nativeKeyCode) = 0;
+
+    // Who decides the shortcut: this program, grabbing the keys itself (X11);
+    // the desktop, asked through its portal (Wayland); or nobody, since the
+    // desktop lets no program have one.
+    enum class Kind { grab, desktop, none };
+    virtual Kind kind() const = 0;
+    // The combination the desktop bound, in its own words; empty until it
+    // answers, and for a backend that grabs keys itself.
+    virtual QString desktopTrigger() const { return {}; }
 };

@@ -59,6 +59,33 @@ bool HotKeyManager::isRegistered() const {
     return backend->isGrabbed();
 }
 
+bool HotKeyManager::isDecidedByDesktop() const {
+    return backend->kind() == HotKeyBackend::Kind::desktop;
+}
+
+bool HotKeyManager::isUnavailable() const {
+    return backend->kind() == HotKeyBackend::Kind::none;
+}
+
+QString HotKeyManager::describe(const HotKeyConfig& wanted) const {
+    switch (backend->kind()) {
+    case HotKeyBackend::Kind::grab:
+        return isRegistered() ? wanted.display()
+                              : QCoreApplication::translate("HotKeyManager", "none (%1 is taken)")
+                                    .arg(wanted.display());
+    case HotKeyBackend::Kind::desktop:
+        return backend->desktopTrigger().isEmpty()
+                   ? QCoreApplication::translate("HotKeyManager", "asked of the desktop")
+                   : QCoreApplication::translate("HotKeyManager", "%1 (bound by the desktop)")
+                         .arg(backend->desktopTrigger());
+    case HotKeyBackend::Kind::none:
+        break;
+    }
+    return QCoreApplication::translate("HotKeyManager", "none (this desktop lets no program "
+                                                        "have one: bind quillery --toggle in "
+                                                        "its keyboard settings)");
+}
+
 QList<quint32> HotKeyManager::keysymsOfKey(quint32 nativeKeyCode) const {
     return backend->keysymsOfKey(nativeKeyCode);
 }

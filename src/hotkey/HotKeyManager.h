@@ -28,6 +28,14 @@ public:
     // keymap, unshifted first; empty without a keymap (no X11).
     QList<quint32> keysymsOfKey(quint32 nativeKeyCode) const;
 
+    // Whether the desktop, rather than this program, decides the shortcut
+    // (a Wayland portal), or whether there is none to be had.
+    bool isDecidedByDesktop() const;
+    bool isUnavailable() const;
+    // The shortcut as it stands, for the user: the keys in force, the ones the
+    // desktop bound, or why there is none.
+    QString describe(const HotKeyConfig& wanted) const;
+
     // The platform's facility, chosen once at start-up; any hot key goes.
     void setBackend(std::unique_ptr<HotKeyBackend> platform);
     // What a backend calls for a press: queues onPress to the main thread.

@@ -10,4 +10,5 @@ public:
     void release() override;
     bool isGrabbed() const override;
     QList<quint32> keysymsOfKey(quint32 nativeKeyCode) override;
+    Kind kind() const override { return Kind::none; }
 };

@@ -28,6 +28,7 @@ public:
     void release() override;
     bool isGrabbed() const override;
     QList<quint32> keysymsOfKey(quint32 nativeKeyCode) override;
+    Kind kind() const override { return Kind::grab; }
 
     bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr* result) override;
 

@@ -2,6 +2,8 @@
 
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
+#include "HotKeyConfig.h"
+#include "HotKeyManager.h"
 #include "OverlayController.h"
 #include "OverlayHost.h"
 #include "PaletteColor.h"
@@ -60,11 +62,13 @@ QString RemoteCommands::status() {
     const DrawingStore& store = OverlayController::shared().store();
     const OverlayHost& host = OverlayController::shared().host();
     return QStringLiteral("drawing: %1\ntool: %2\ncolor: %3\nwidth: %4\nitems: %5\nhost: %6\n"
-                          "translucency: %7\n")
+                          "translucency: %7\nshortcut: %8\n")
         .arg(store.isDrawing() ? QStringLiteral("on") : QStringLiteral("off"),
              rawValue(store.tool()), paletteColor(store.colorIndex()).name)
         .arg(store.width())
         .arg(store.items().size())
-        .arg(host.name(), host.drawsTranslucent() ? QStringLiteral("yes")
-                                                  : QStringLiteral("no (no compositor runs)"));
+        .arg(host.name(),
+             host.drawsTranslucent() ? QStringLiteral("yes")
+                                     : QStringLiteral("no (no compositor runs)"),
+             HotKeyManager::shared().describe(HotKeyConfig::current()));
 }
