@@ -1,6 +1,7 @@
 #include "SettingsWindow.h"
 
 #include "HotKeyConfig.h"
+#include "HotKeyManager.h"
 #include "Settings.h"
 #include "ShortcutRecorder.h"
 
@@ -103,11 +104,23 @@ void SettingsWindow::showRecorderState() {
     shortcutButton_->setText(recorder_->isRecording() ? tr("Press new shortcut…")
                                                       : recorder_->config().display().replace(
                                                             u'&', QStringLiteral("&&")));
-    caption->setText(recorder_->message().isEmpty()
-                         ? tr("Use at least one of Ctrl, Alt or Super. Esc cancels.")
-                         : recorder_->message());
+    caption->setText(recorder_->message().isEmpty() ? shortcutHint() : recorder_->message());
     // The width is fixed; the height follows the caption, which may wrap.
     setFixedHeight(layout()->totalHeightForWidth(windowWidth));
+}
+
+// Where the desktop decides the shortcut (a Wayland portal), or gives none,
+// the window says so instead of pretending that the keys are ours.
+QString SettingsWindow::shortcutHint() const {
+    const HotKeyManager& hotKey = HotKeyManager::shared();
+    if (hotKey.isUnavailable())
+        return tr("This desktop lets no program have a global shortcut: bind the command "
+                  "quillery --toggle to a key in its keyboard settings.");
+    if (hotKey.isDecidedByDesktop())
+        return tr("The desktop binds the shortcut; this one is proposed to it. In force: %1. "
+                  "Change it in the desktop's keyboard settings.")
+            .arg(hotKey.describe(recorder_->config()));
+    return tr("Use at least one of Ctrl, Alt or Super. Esc cancels.");
 }
 
 void SettingsWindow::showStoredValues() {
@@ -119,6 +132,7 @@ void SettingsWindow::showStoredValues() {
 
 void SettingsWindow::showEvent(QShowEvent* event) {
     showStoredValues();
+    showRecorderState();
     QWidget::showEvent(event);
 }
 

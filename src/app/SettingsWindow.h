@@ -34,6 +34,7 @@ private:
     QLayout* makeFadeRow();
     void showRecorderState();
     // Shows what the settings hold now; they may have changed since the last look.
+    QString shortcutHint() const;
     void showStoredValues();
     void shortcutButtonClicked();
 

@@ -52,7 +52,10 @@ void ShortcutRecorder::handle(const QKeyEvent& event) {
     if (HotKeyManager::shared().registerHotKey(candidate)) {
         candidate.save();
         config_ = candidate;
-        message_ = tr("Shortcut set to %1.").arg(candidate.display());
+        // Through the portal the desktop only hears a proposal, and decides.
+        message_ = HotKeyManager::shared().isDecidedByDesktop()
+                       ? tr("%1 proposed to the desktop.").arg(candidate.display())
+                       : tr("Shortcut set to %1.").arg(candidate.display());
         removeMonitor();
         recording = false;
     } else {

@@ -1,7 +1,10 @@
+#include "PortalService.h"
+
 #include <QImage>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSettings>
+#include <QTemporaryDir>
 #include <QtTest>
 
 // The real program on a layer-shell Wayland desktop (headless sway with two
@@ -13,6 +16,10 @@ class WaylandTest : public QObject {
     QProcess quillery;
     QProcess pointer;  // wl-input: one for the whole test
     QProcess keyboard; // holds a keyboard on the seat, so that it has one all along
+    // The desktop's global shortcut: a portal on a private session bus.
+    QTemporaryDir scratch;
+    QProcess bus;
+    PortalService portal;
 
     static QString binary() { return qEnvironmentVariable("QUILLERY_BINARY"); }
     static void setSetting(const QString& key, const QVariant& value) {
@@ -99,6 +106,19 @@ private Q_SLOTS:
         // An application window filling the first output, under the overlay.
         QVERIFY(pointerDoes(QStringLiteral("window")));
 
+        const QString address = "unix:path=" + scratch.filePath("bus");
+        bus.start("dbus-daemon", {"--session", "--nofork", "--address=" + address});
+        QVERIFY(bus.waitForStarted());
+        QTRY_VERIFY(QFile::exists(scratch.filePath("bus")));
+        QDBusConnection portalBus = QDBusConnection::connectToBus(address, "portal");
+        PortalService::registerTypes();
+        QVERIFY(portalBus.registerVirtualObject(PortalService::path, &portal,
+                                                QDBusConnection::SubPath));
+        QVERIFY(portalBus.registerService("org.freedesktop.portal.Desktop"));
+
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("DBUS_SESSION_BUS_ADDRESS", address);
+        quillery.setProcessEnvironment(environment);
         quillery.setProcessChannelMode(QProcess::ForwardedChannels);
         quillery.start(binary(), {});
         QTRY_COMPARE_WITH_TIMEOUT(status(QStringLiteral("host")), QStringLiteral("wayland"), 10000);
@@ -187,9 +207,27 @@ private Q_SLOTS:
         QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
     }
 
+    // No program may grab keys here: the desktop's portal binds the shortcut
+    // (its own choice, the stored one proposed) and its presses toggle.
+    void thePortalShortcutStartsAndStops() {
+        QTRY_COMPARE(status(QStringLiteral("shortcut")),
+                     QStringLiteral("Super+D (bound by the desktop)"));
+        QVERIFY(portal.calls.contains(
+            "BindShortcuts toggle-drawing CTRL+ALT+d \"Start or stop drawing\""));
+        const QDBusConnection portalBus(QStringLiteral("portal"));
+        portal.press(portalBus, "toggle-drawing", portal.session);
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
+        QTRY_VERIFY(showsOn({0, 0, 1920, 200}, blue)); // up, with the keyboard
+        portal.press(portalBus, "toggle-drawing", portal.session);
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
+    }
+
     void cleanupTestCase() {
         run(binary(), {QStringLiteral("--quit")});
         quillery.waitForFinished(5000);
+        QDBusConnection::disconnectFromBus("portal");
+        bus.terminate();
+        bus.waitForFinished(5000);
         pointer.closeWriteChannel();
         pointer.waitForFinished(5000);
         keyboard.kill();
