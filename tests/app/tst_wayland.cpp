@@ -1,4 +1,5 @@
 #include "PortalService.h"
+#include "StatusNotifierHost.h"
 
 #include <QImage>
 #include <QProcess>
@@ -20,6 +21,7 @@ class WaylandTest : public QObject {
     QTemporaryDir scratch;
     QProcess bus;
     PortalService portal;
+    StatusNotifierHost tray;
 
     static QString binary() { return qEnvironmentVariable("QUILLERY_BINARY"); }
     static void setSetting(const QString& key, const QVariant& value) {
@@ -115,6 +117,7 @@ private Q_SLOTS:
         QVERIFY(portalBus.registerVirtualObject(PortalService::path, &portal,
                                                 QDBusConnection::SubPath));
         QVERIFY(portalBus.registerService("org.freedesktop.portal.Desktop"));
+        QVERIFY(tray.watch(portalBus));
 
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert("DBUS_SESSION_BUS_ADDRESS", address);
@@ -219,6 +222,15 @@ private Q_SLOTS:
         QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
         QTRY_VERIFY(showsOn({0, 0, 1920, 200}, blue)); // up, with the keyboard
         portal.press(portalBus, "toggle-drawing", portal.session);
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
+    }
+
+    // Never stuck: the tray menu's "Stop Drawing" ends drawing too, as do Esc,
+    // the shortcut and the command line above.
+    void theTrayStopsDrawing() {
+        QVERIFY(run(binary(), {QStringLiteral("--start")}));
+        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
+        QVERIFY(tray.click(QStringLiteral("Stop Drawing   (Ctrl+Alt+D)")));
         QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
     }
 
