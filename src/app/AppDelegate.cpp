@@ -107,6 +107,11 @@ void AppDelegate::applicationDidFinishLaunching() {
     showStatusItemWhenTrayExists();
 
     HotKeyManager::shared().onPress = [] { toggle(); };
+    HotKeyManager::shared().onChange = [this] {
+        menuNeedsUpdate();
+        if (settingsWindow_)
+            settingsWindow_->showRecorderState();
+    };
     HotKeyManager::shared().registerHotKey(HotKeyConfig::current());
 
     connect(&OverlayController::shared().store(), &DrawingStore::drawingStateChanged, this, [this] {
@@ -172,15 +177,24 @@ void AppDelegate::buildMenu() {
 }
 
 void AppDelegate::menuNeedsUpdate() {
-    // "&" would otherwise turn the next letter of a key name into a mnemonic.
-    QString shortcut = HotKeyConfig::current().display();
-    shortcut.replace(u'&', QStringLiteral("&&"));
     const QString toggleTitle = isDrawing() ? tr("Stop Drawing") : tr("Start Drawing");
-    toggleAction_->setText(toggleTitle + QStringLiteral("   (") + shortcut + u')');
+    const QString shortcut = shortcutInForce();
+    toggleAction_->setText(
+        shortcut.isEmpty() ? toggleTitle : toggleTitle + QStringLiteral("   (") + shortcut + u')');
     const qint64 fade = storedFadeSeconds();
     for (QAction* choice : fadeMenu_->actions())
         choice->setChecked(choice->data().toInt() == fade);
     loginAction_->setChecked(loginItem->isEnabled());
+}
+
+// As the menu shows it: the keys the desktop bound where it decides, none
+// where it gives none. "&" would otherwise underline the next letter.
+QString AppDelegate::shortcutInForce() {
+    const HotKeyManager& hotKey = HotKeyManager::shared();
+    QString shortcut = hotKey.isDecidedByDesktop() ? hotKey.desktopTrigger()
+                       : hotKey.isUnavailable()    ? QString()
+                                                   : HotKeyConfig::current().display();
+    return shortcut.replace(u'&', QStringLiteral("&&"));
 }
 
 bool AppDelegate::isDrawing() {

@@ -46,6 +46,7 @@ public:
 
 private:
     static bool isDrawing();
+    static QString shortcutInForce();
     static void toggle();
     void buildMenu();
     void showStatusItemWhenTrayExists();

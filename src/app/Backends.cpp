@@ -75,7 +75,7 @@ void Backends::load() {
     // the keyboard: the desktop's portal is asked instead.
     if (isSet("WAYLAND_DISPLAY"))
         HotKeyManager::shared().setBackend(std::make_unique<PortalHotKeyBackend>(
-            QDBusConnection::sessionBus(), HotKeyManager::pressed));
+            QDBusConnection::sessionBus(), HotKeyManager::pressed, HotKeyManager::changed));
     else if (x11)
         HotKeyManager::shared().setBackend(
             std::make_unique<X11HotKeyBackend>(x11, HotKeyManager::pressed));

@@ -25,6 +25,10 @@ public:
     QComboBox* fadeComboBox() const { return fadeCombo; }
     QCheckBox* hintBarCheckBox() const { return hintBarCheck; }
 
+    // The shortcut and what is said of it, as they stand (the desktop may
+    // answer a request for the shortcut at any time).
+    void showRecorderState();
+
 protected:
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
@@ -32,9 +36,8 @@ protected:
 private:
     QLayout* makeShortcutRow();
     QLayout* makeFadeRow();
-    void showRecorderState();
-    // Shows what the settings hold now; they may have changed since the last look.
     QString shortcutHint() const;
+    // Shows what the settings hold now; they may have changed since the last look.
     void showStoredValues();
     void shortcutButtonClicked();
 

@@ -41,6 +41,21 @@ void HotKeyManager::pressed() {
         Qt::QueuedConnection);
 }
 
+void HotKeyManager::changed() {
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(),
+        [] {
+            const std::function<void()> callback = HotKeyManager::shared().onChange;
+            if (callback)
+                callback();
+        },
+        Qt::QueuedConnection);
+}
+
+QString HotKeyManager::desktopTrigger() const {
+    return backend->desktopTrigger();
+}
+
 HotKeyManager::~HotKeyManager() = default;
 
 bool HotKeyManager::registerHotKey(const HotKeyConfig& config) {

@@ -17,6 +17,9 @@ public:
     static HotKeyManager& shared();
 
     std::function<void()> onPress;
+    // Called, like onPress, when what the shortcut is changed without being
+    // asked here: a desktop that bound it, or gave none.
+    std::function<void()> onChange;
 
     // Removes the active hot key first, then tries config: a refused shortcut
     // leaves no hot key at all. ("register" is a reserved word in C++.)
@@ -32,6 +35,9 @@ public:
     // (a Wayland portal), or whether there is none to be had.
     bool isDecidedByDesktop() const;
     bool isUnavailable() const;
+    // The combination the desktop bound, in its words; empty where this
+    // program grabs its keys or the desktop has not answered.
+    QString desktopTrigger() const;
     // The shortcut as it stands, for the user: the keys in force, the ones the
     // desktop bound, or why there is none.
     QString describe(const HotKeyConfig& wanted) const;
@@ -40,6 +46,8 @@ public:
     void setBackend(std::unique_ptr<HotKeyBackend> platform);
     // What a backend calls for a press: queues onPress to the main thread.
     static void pressed();
+    // What a backend calls when its answer arrives: queues onChange.
+    static void changed();
 
 private:
     HotKeyManager();

@@ -43,8 +43,9 @@ const QDBusArgument& operator>>(const QDBusArgument& argument, PortalShortcut& s
 
 Q_DECLARE_METATYPE(PortalShortcut)
 
-PortalHotKeyBackend::PortalHotKeyBackend(const QDBusConnection& bus, std::function<void()> pressed)
-    : bus(bus), pressed(std::move(pressed)) {
+PortalHotKeyBackend::PortalHotKeyBackend(const QDBusConnection& bus, std::function<void()> pressed,
+                                         std::function<void()> changed)
+    : bus(bus), pressed(std::move(pressed)), changed(std::move(changed)) {
     qDBusRegisterMetaType<PortalShortcut>();
     qDBusRegisterMetaType<QList<PortalShortcut>>();
     // Every request's answer, whatever its path: ours are told apart by path.
@@ -179,6 +180,7 @@ void PortalHotKeyBackend::requestAnswered(uint response, const QVariantMap& resu
     // Bound, but the desktop named no trigger: the user has yet to choose one.
     if (trigger.isEmpty())
         trigger = tr("not set yet");
+    changed();
 }
 
 void PortalHotKeyBackend::activated(const QDBusObjectPath& at, const QString& id, qulonglong,
@@ -196,4 +198,5 @@ void PortalHotKeyBackend::gaveUp(const QString& why) {
     awaitedCreate.clear();
     awaitedBind.clear();
     trigger.clear();
+    changed();
 }

@@ -18,7 +18,9 @@ class QDBusPendingCall;
 class PortalHotKeyBackend : public QObject, public HotKeyBackend {
     Q_OBJECT
 public:
-    PortalHotKeyBackend(const QDBusConnection& bus, std::function<void()> pressed);
+    // pressed runs for every press, changed when the desktop's answer arrives.
+    PortalHotKeyBackend(const QDBusConnection& bus, std::function<void()> pressed,
+                        std::function<void()> changed);
     ~PortalHotKeyBackend() override;
 
     bool grab(quint32 keysym, quint32 modifiers) override;
@@ -47,6 +49,7 @@ private:
 
     QDBusConnection bus;
     std::function<void()> pressed;
+    std::function<void()> changed;
     QString preferredTrigger;
     QString session;
     QString awaitedCreate;

@@ -21,8 +21,9 @@ class PortalShortcutTest : public QObject {
     static HotKeyManager& manager() { return HotKeyManager::shared(); }
     // A fresh program's connection, with the portal's global shortcut installed.
     void installBackend(const QString& name) {
-        manager().setBackend(std::make_unique<PortalHotKeyBackend>(
-            QDBusConnection::connectToBus(address, name), HotKeyManager::pressed));
+        manager().setBackend(
+            std::make_unique<PortalHotKeyBackend>(QDBusConnection::connectToBus(address, name),
+                                                  HotKeyManager::pressed, HotKeyManager::changed));
     }
     void press(const QString& id, const QString& session) {
         portal.press(portalBus(), id, session);
@@ -51,8 +52,12 @@ private Q_SLOTS:
     void theDesktopBindsItsOwnChoiceAndSaysWhenItIsPressed() {
         installBackend("first");
         QVERIFY(manager().isDecidedByDesktop());
+        int answers = 0; // the tray menu and the Settings window follow each
+        manager().onChange = [&answers] { ++answers; };
         QVERIFY(manager().registerHotKey(HotKeyConfig::defaultShortcut()));
         QTRY_VERIFY(manager().isRegistered());
+        QTRY_COMPARE(answers, 1);
+        manager().onChange = nullptr;
         QCOMPARE(portal.calls,
                  QStringList({"CreateSession", "BindShortcuts toggle-drawing CTRL+ALT+d "
                                                "\"Start or stop drawing\""}));
