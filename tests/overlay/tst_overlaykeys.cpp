@@ -184,12 +184,13 @@ private Q_SLOTS:
 
     void tabTogglesTheHintBar() {
         NotificationCounter changes(drawingStoreChanged);
+        QTRY_VERIFY(view()->hasFocus());
         // Through QTest, so Tab travels the way Qt's focus chain would see it.
         QTest::keyClick(view(), Qt::Key_Tab);
         QVERIFY(!Settings::shared().hudVisible());
         QVERIFY(Settings::shared().contains(Settings::Key::hudVisible));
         QCOMPARE(changes.take(), 1);
-        QVERIFY(view()->hasFocus() || !QApplication::focusWidget());
+        QVERIFY(view()->hasFocus()); // Tab is a command here, not a move to another widget
         QTest::keyClick(view(), Qt::Key_Tab);
         QVERIFY(Settings::shared().hudVisible());
         QCOMPARE(changes.take(), 1);
