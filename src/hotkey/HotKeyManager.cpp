@@ -27,29 +27,30 @@ void HotKeyManager::setBackend(std::unique_ptr<HotKeyBackend> platform) {
     backend = std::move(platform);
 }
 
-// Runs later on the main thread, outside the platform's event dispatch, with
-// whatever callback is set by then.
-void HotKeyManager::pressed() {
+namespace {
+
+// Runs the callback later on the main thread, outside the platform's event
+// dispatch, as it is set by then.
+void runQueued(std::function<void()> HotKeyManager::*callback) {
     QMetaObject::invokeMethod(
         QCoreApplication::instance(),
-        [] {
+        [callback] {
             // A copy, so that the callback may replace itself.
-            const std::function<void()> callback = HotKeyManager::shared().onPress;
-            if (callback)
-                callback();
+            const std::function<void()> call = HotKeyManager::shared().*callback;
+            if (call)
+                call();
         },
         Qt::QueuedConnection);
 }
 
+} // namespace
+
+void HotKeyManager::pressed() {
+    runQueued(&HotKeyManager::onPress);
+}
+
 void HotKeyManager::changed() {
-    QMetaObject::invokeMethod(
-        QCoreApplication::instance(),
-        [] {
-            const std::function<void()> callback = HotKeyManager::shared().onChange;
-            if (callback)
-                callback();
-        },
-        Qt::QueuedConnection);
+    runQueued(&HotKeyManager::onChange);
 }
 
 QString HotKeyManager::desktopTrigger() const {
