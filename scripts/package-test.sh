@@ -22,7 +22,7 @@ echo "package-test: built $(basename "$deb")"
 dpkg-deb --field "$deb" Depends | grep -q 'libqt6widgets6' || fail "Depends lacks the Qt libraries"
 dpkg-deb --field "$deb" Depends | grep -q 'libwayland-client0' || fail "Depends lacks the Wayland libraries"
 dpkg-deb --field "$deb" Recommends | grep -q 'qt6-wayland' || fail "Recommends lacks Qt's Wayland platform"
-apt-get install --simulate -qq "$deb" >/dev/null 2>&1 || fail "apt-get install --simulate"
+apt-get --simulate install -qq "$deb" >/dev/null 2>&1 || fail "apt-get --simulate install"
 
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
