@@ -111,6 +111,8 @@ void AppDelegate::applicationDidFinishLaunching() {
         menuNeedsUpdate();
         if (settingsWindow_)
             settingsWindow_->showRecorderState();
+        if (welcomeWindow_)
+            welcomeWindow_->setShortcut(shortcutInForce());
     };
     HotKeyManager::shared().registerHotKey(HotKeyConfig::current());
 
@@ -178,7 +180,8 @@ void AppDelegate::buildMenu() {
 
 void AppDelegate::menuNeedsUpdate() {
     const QString toggleTitle = isDrawing() ? tr("Stop Drawing") : tr("Start Drawing");
-    const QString shortcut = shortcutInForce();
+    // "&" would otherwise underline the next letter.
+    const QString shortcut = QString(shortcutInForce()).replace(u'&', QStringLiteral("&&"));
     toggleAction_->setText(
         shortcut.isEmpty() ? toggleTitle : toggleTitle + QStringLiteral("   (") + shortcut + u')');
     const qint64 fade = storedFadeSeconds();
@@ -187,14 +190,12 @@ void AppDelegate::menuNeedsUpdate() {
     loginAction_->setChecked(loginItem->isEnabled());
 }
 
-// As the menu shows it: the keys the desktop bound where it decides, none
-// where it gives none. "&" would otherwise underline the next letter.
+// The keys the desktop bound where it decides, none where it gives none.
 QString AppDelegate::shortcutInForce() {
     const HotKeyManager& hotKey = HotKeyManager::shared();
-    QString shortcut = hotKey.isDecidedByDesktop() ? hotKey.desktopTrigger()
-                       : hotKey.isUnavailable()    ? QString()
-                                                   : HotKeyConfig::current().display();
-    return shortcut.replace(u'&', QStringLiteral("&&"));
+    return hotKey.isDecidedByDesktop() ? hotKey.desktopTrigger()
+           : hotKey.isUnavailable()    ? QString()
+                                       : HotKeyConfig::current().display();
 }
 
 bool AppDelegate::isDrawing() {
@@ -263,7 +264,7 @@ void AppDelegate::showWelcome() {
     requireApplication("The welcome window");
     if (welcomeWindow_)
         welcomeWindow_->close();
-    const QString hotkey = HotKeyConfig::current().display();
+    const QString hotkey = shortcutInForce();
     const QPointer<AppDelegate> delegate(this);
     auto closeAction = [delegate] {
         if (delegate && delegate->welcomeWindow_)

@@ -34,11 +34,8 @@ WelcomeWindow::WelcomeWindow(const QString& hotkey, std::function<void()> onClos
     column->setContentsMargins(padding, padding, padding, padding);
     column->addLayout(makeTitleRow());
 
-    introductionLabel = makeWrappingLabel(
-        tr("Press %1 anywhere to draw on top of everything on your screen. Press it again, or "
-           "Esc, to stop.")
-            .arg(hotkey),
-        font());
+    introductionLabel = makeWrappingLabel(QString(), font());
+    setShortcut(hotkey);
     column->addWidget(introductionLabel);
 
     auto* instructionsColumn = new QVBoxLayout;
@@ -99,6 +96,17 @@ QLabel* WelcomeWindow::makeWrappingLabel(const QString& text, const QFont& font)
     label->setWordWrap(true);
     label->setTextFormat(Qt::PlainText);
     return label;
+}
+
+void WelcomeWindow::setShortcut(const QString& hotkey) {
+    introductionLabel->setText(
+        hotkey.isEmpty()
+            ? tr("Bind \"quillery --toggle\" to a key in your desktop's keyboard settings, then "
+                 "press it anywhere to draw on top of everything on your screen. Press it again, "
+                 "or Esc, to stop.")
+            : tr("Press %1 anywhere to draw on top of everything on your screen. Press it again, "
+                 "or Esc, to stop.")
+                  .arg(hotkey));
 }
 
 QString WelcomeWindow::introduction() const {

@@ -1,6 +1,7 @@
 #include "AppDelegate.h"
 #include "HotKeyConfig.h"
 #include "HotKeyManager.h"
+#include "NullHotKeyBackend.h"
 #include "Settings.h"
 #include "TestSettings.h"
 #include "WelcomeWindow.h"
@@ -12,7 +13,7 @@
 #include <QtTest>
 
 // The welcome window: shown by itself on the first run only, made anew with the
-// shortcut in force, closed by Return.
+// shortcut in force and following it, closed by Return.
 class WelcomeWindowTest : public QObject {
     Q_OBJECT
 
@@ -57,6 +58,10 @@ private Q_SLOTS:
         QVERIFY(second != first && second->introduction().startsWith("Press Ctrl+Alt+K anywhere"));
         QVERIFY(QTest::qWaitForWindowActive(second));
         QTRY_COMPARE(XDesktop::windowsNamed(title).size(), 1);
+        // A desktop that turns out to give no shortcut: the open window says what to do.
+        HotKeyManager::shared().setBackend(std::make_unique<NullHotKeyBackend>());
+        HotKeyManager::changed();
+        QTRY_VERIFY(second->introduction().startsWith("Bind \"quillery --toggle\" to a key"));
         QVERIFY(XDesktop::xdotool("key Return")); // on the real keyboard
         QTRY_VERIFY(!second->isVisible());
     }
