@@ -9,7 +9,7 @@ packages=(
     libbenchmark-dev fonts-dejavu-core
     xvfb openbox picom xdotool imagemagick xserver-xephyr x11-xserver-utils x11-utils
     tint2 dbus dbus-x11
-    sway xwayland grim wtype adwaita-icon-theme
+    sway xwayland grim wtype adwaita-icon-theme mutter
     desktop-file-utils appstream man-db groff-base dpkg-dev file
 )
 missing=()

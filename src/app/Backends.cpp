@@ -5,6 +5,7 @@
 #include "NullOverlayHost.h"
 #include "NullWindowSystem.h"
 #include "OverlayHost.h"
+#include "OverlayWindow.h"
 #include "PortalHotKeyBackend.h"
 #include "WaylandOverlayHost.h"
 #include "WidgetOverlayHost.h"
@@ -90,9 +91,12 @@ void Backends::load() {
                    "through Qt's windows.\n",
                    stderr);
     }
-    // Qt windows serve any Qt platform that can show them.
+    // Qt windows serve any Qt platform that can show them. Through XWayland
+    // the compositor gives the keyboard only to windows it manages.
     if (guiApplication())
-        OverlayHost::install(std::make_unique<WidgetOverlayHost>());
+        OverlayHost::install(std::make_unique<WidgetOverlayHost>(
+            x11 && isSet("WAYLAND_DISPLAY") ? OverlayWindow::Kind::managed
+                                            : OverlayWindow::Kind::unmanaged));
     else
         OverlayHost::install(std::make_unique<NullOverlayHost>());
 }

@@ -14,9 +14,14 @@
 
 namespace {
 
-constexpr Qt::WindowFlags overlayFlags = Qt::Tool | Qt::FramelessWindowHint |
-                                         Qt::WindowStaysOnTopHint | Qt::X11BypassWindowManagerHint |
-                                         Qt::NoDropShadowWindowHint;
+constexpr Qt::WindowFlags managedFlags =
+    Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint;
+
+Qt::WindowFlags flagsFor(OverlayWindow::Kind kind) {
+    return kind == OverlayWindow::Kind::managed ? managedFlags
+                                                : managedFlags | Qt::X11BypassWindowManagerHint;
+}
+
 constexpr int pointerRetryMs = 100;
 // After a window is made key, when to check that it did get the keyboard.
 constexpr int keyboardRetryMs[] = {60, 250};
@@ -34,9 +39,9 @@ bool keyboardIsWithUs() {
 
 } // namespace
 
-OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store, OverlayScene& scene)
-    : QWidget(nullptr, overlayFlags), store(store), view_(new OverlayView(scene, this)),
-      screenGeometry(screen->geometry()) {
+OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store, OverlayScene& scene, Kind kind)
+    : QWidget(nullptr, flagsFor(kind)), store(store), view_(new OverlayView(scene, this)),
+      screenGeometry(screen->geometry()), kind(kind) {
     setAttribute(Qt::WA_TranslucentBackground);
     // Only the window under the pointer takes the keyboard, and only when asked.
     setAttribute(Qt::WA_ShowWithoutActivating);
@@ -50,6 +55,9 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store, OverlayScene&
 
     setScreen(screen);
     setGeometry(screen->geometry());
+    // Above the desktop's panels too.
+    if (kind == Kind::managed)
+        setWindowState(Qt::WindowFullScreen);
     view_->setGeometry(rect());
     view_->placeScene();
     connect(&view_->scene(), &OverlayScene::keyboardWanted, this, [this] {
@@ -102,13 +110,27 @@ void OverlayWindow::setClickThrough(bool on) {
         keyboardRetry.stop();
         releasePointer();
     }
-    const Qt::WindowFlags flags = windowFlags().setFlag(Qt::WindowTransparentForInput, on);
+    Qt::WindowFlags flags = windowFlags().setFlag(Qt::WindowTransparentForInput, on);
+    // A managed window that only shows ink must never be given the keyboard.
+    if (kind == Kind::managed)
+        flags.setFlag(Qt::WindowDoesNotAcceptFocus, on);
     if (flags == windowFlags())
         return;
     // QWidget::setWindowFlags would re-create (and so hide) the window; the
     // QWindow changes the input shape of the mapped window in place.
     overrideWindowFlags(flags);
     windowHandle()->setFlags(flags);
+    if (on && kind == Kind::managed && isVisible())
+        handKeyboardBack();
+}
+
+void OverlayWindow::handKeyboardBack() {
+    // Mutter moves the keyboard on when the window that has it goes away, not
+    // when it lets go of it: shown again at once, now refusing the keyboard,
+    // the window keeps its ink on screen and the window the user came from
+    // types again.
+    hide();
+    show();
 }
 
 bool OverlayWindow::isClickThrough() const {
@@ -136,7 +158,13 @@ void OverlayWindow::makeKey() {
     orderFront();
     view_->setFocus(Qt::ActiveWindowFocusReason);
     activateWindow();
-    WindowSystem::current().giveFocus(winId());
+    // A managed window is activated through the window manager (which the
+    // compositor of a Wayland desktop follows); one that bypasses it takes the
+    // keyboard itself.
+    if (kind == Kind::managed)
+        WindowSystem::current().activate(winId());
+    else
+        WindowSystem::current().giveFocus(winId());
     if (mask)
         holdPointer();
     // A window just shown may not be mapped yet when the server gets the focus

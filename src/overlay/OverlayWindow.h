@@ -16,13 +16,23 @@ class OverlayView;
 class QScreen;
 
 // One borderless, see-through window covering one screen exactly, above
-// everything (panels and full-screen windows included, since it bypasses the
-// window manager), on every desktop, with no taskbar or Alt-Tab entry. Its
-// only content is an OverlayView. The controller configures and shows it.
+// everything (panels and full-screen windows included), on every desktop,
+// with no taskbar or Alt-Tab entry. Its only content is an OverlayView. The
+// controller configures and shows it.
 class OverlayWindow : public QWidget, public OverlaySurface {
     Q_OBJECT
 public:
-    OverlayWindow(QScreen* screen, DrawingStore& store, OverlayScene& scene);
+    enum class Kind {
+        // Bypasses the window manager: above everything on any X11 desktop.
+        unmanaged,
+        // A full-screen, always-above window the window manager stacks and
+        // focuses: what a Wayland compositor (mutter) lets an XWayland window
+        // have the keyboard with and give it back.
+        managed,
+    };
+
+    OverlayWindow(QScreen* screen, DrawingStore& store, OverlayScene& scene,
+                  Kind kind = Kind::unmanaged);
     ~OverlayWindow() override;
 
     OverlayView* view() const { return view_; }
@@ -63,6 +73,7 @@ protected:
 
 private:
     void keyboardLost();
+    void handKeyboardBack();
     void askForKeyboardAgain();
     void holdPointer();
     void releasePointer();
@@ -75,6 +86,7 @@ private:
     DrawingStore& store;
     OverlayView* view_;
     QRect screenGeometry;
+    Kind kind;
     std::unique_ptr<InkMask> mask;
     std::optional<QRegion> shown;
     bool shapeOutdated = false;

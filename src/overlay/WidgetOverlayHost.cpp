@@ -9,7 +9,7 @@
 #include <QGuiApplication>
 #include <QScreen>
 
-WidgetOverlayHost::WidgetOverlayHost() {
+WidgetOverlayHost::WidgetOverlayHost(OverlayWindow::Kind kind) : kind(kind) {
     screenChange.setSingleShot(true);
     screenChange.setInterval(0);
     connect(&screenChange, &QTimer::timeout, this, &OverlayHost::outputsChanged);
@@ -50,7 +50,7 @@ std::vector<OverlaySurface*> WidgetOverlayHost::rebuild(DrawingStore& store) {
     });
     std::vector<OverlaySurface*> surfaces;
     for (QScreen* screen : screens) {
-        auto* window = new OverlayWindow(screen, store, sceneFor(screen, store));
+        auto* window = new OverlayWindow(screen, store, sceneFor(screen, store), kind);
         window->setShaped(shaped);
         windows_.push_back(window);
         surfaces.push_back(window);

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "OverlayHost.h"
+#include "OverlayWindow.h"
 
 #include <QTimer>
 #include <map>
 
 class OverlayScene;
-class OverlayWindow;
 class QScreen;
 
 // Overlay surfaces as Qt widget windows, one per QScreen: the X11 host, and
@@ -16,7 +16,7 @@ class QScreen;
 class WidgetOverlayHost : public OverlayHost {
     Q_OBJECT
 public:
-    WidgetOverlayHost();
+    explicit WidgetOverlayHost(OverlayWindow::Kind kind = OverlayWindow::Kind::unmanaged);
 
     std::vector<OverlaySurface*> rebuild(DrawingStore& store) override;
     QPoint pointerPosition() const override;
@@ -39,6 +39,7 @@ private:
     // session to the next while the windows are made anew (a window shown
     // again does not reliably get the keyboard back).
     std::map<QScreen*, OverlayScene*> scenes;
+    OverlayWindow::Kind kind;
     bool shaped = false;
     // Screen changes come in bursts (a monitor added moves the others too):
     // one signal for the whole burst.

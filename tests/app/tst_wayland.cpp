@@ -1,12 +1,13 @@
 #include "PortalService.h"
+#include "RunningQuillery.h"
 #include "StatusNotifierHost.h"
 
 #include <QImage>
 #include <QProcess>
-#include <QRegularExpression>
-#include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
+
+using namespace RunningQuillery;
 
 // The real program on a layer-shell Wayland desktop (headless sway with two
 // outputs side by side), driven through a virtual pointer and keyboard as a
@@ -23,32 +24,6 @@ class WaylandTest : public QObject {
     PortalService portal;
     StatusNotifierHost tray;
 
-    static QString binary() { return qEnvironmentVariable("QUILLERY_BINARY"); }
-    static void setSetting(const QString& key, const QVariant& value) {
-        QSettings(qEnvironmentVariable("XDG_CONFIG_HOME") + "/Quillery/Quillery.conf",
-                  QSettings::IniFormat)
-            .setValue(key, value);
-    }
-
-    static QByteArray output(const QString& program, const QStringList& arguments) {
-        QProcess process;
-        process.start(program, arguments);
-        process.waitForFinished(10000);
-        return process.readAllStandardOutput();
-    }
-    static bool run(const QString& program, const QStringList& arguments) {
-        QProcess process;
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(program, arguments);
-        return process.waitForFinished(10000) && process.exitStatus() == QProcess::NormalExit &&
-               process.exitCode() == 0;
-    }
-    static QString status(const QString& key) {
-        const QRegularExpression line(QStringLiteral("^%1: (.*)$").arg(key),
-                                      QRegularExpression::MultilineOption);
-        return line.match(QString::fromUtf8(output(binary(), {QStringLiteral("--status")})))
-            .captured(1);
-    }
     static bool type(const QStringList& arguments) {
         return run(QStringLiteral("wtype"), arguments);
     }

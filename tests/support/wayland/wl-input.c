@@ -10,6 +10,7 @@
 //   click       both
 //   window      opens one plain opaque window, which the compositor places
 //   clicks      "ok N": the button presses that window received so far
+//   keys        "ok N": the key presses that window received so far
 // Exits 0 at the end of its input.
 #define _GNU_SOURCE // memfd_create
 #include <linux/input-event-codes.h>
@@ -48,9 +49,11 @@ static struct {
     struct wl_surface* surface;
     struct wl_buffer* buffer;
     struct wl_pointer* pointer;
+    struct wl_keyboard* keyboard;
     int32_t width, height, next_width, next_height;
     bool configured;
     unsigned presses;
+    unsigned keys;
 } window;
 
 static void logical_position(void* data, struct zxdg_output_v1* xdg, int32_t x, int32_t y) {
@@ -107,10 +110,24 @@ static int pointer_event(const void* data, void* pointer, uint32_t opcode,
 
 // Asking the seat for a pointer it lacks is a protocol error, and it has one
 // only once the compositor has handled our virtual pointer.
+static int keyboard_event(const void* data, void* keyboard, uint32_t opcode,
+                          const struct wl_message* event, union wl_argument* args) {
+    (void)data, (void)keyboard, (void)opcode;
+    if (strcmp(event->name, "keymap") == 0)
+        close(args[1].h);
+    else if (strcmp(event->name, "key") == 0 && args[3].u == WL_KEYBOARD_KEY_STATE_PRESSED)
+        window.keys++;
+    return 0;
+}
+
 static void watch_pointer(void) {
     if (window.surface && !window.pointer && (seat_capabilities & WL_SEAT_CAPABILITY_POINTER)) {
         window.pointer = wl_seat_get_pointer(seat);
         wl_proxy_add_dispatcher((struct wl_proxy*)window.pointer, pointer_event, NULL, NULL);
+    }
+    if (window.surface && !window.keyboard && (seat_capabilities & WL_SEAT_CAPABILITY_KEYBOARD)) {
+        window.keyboard = wl_seat_get_keyboard(seat);
+        wl_proxy_add_dispatcher((struct wl_proxy*)window.keyboard, keyboard_event, NULL, NULL);
     }
 }
 
@@ -285,6 +302,8 @@ static const char* open_window(struct wl_display* display) {
     struct xdg_toplevel* toplevel = xdg_surface_get_toplevel(xdg);
     xdg_toplevel_add_listener(toplevel, &toplevel_listener, NULL);
     xdg_toplevel_set_title(toplevel, "wl-input");
+    // Floating desktops (mutter) otherwise give it a corner of the screen.
+    xdg_toplevel_set_maximized(toplevel);
     wl_surface_commit(window.surface);
     watch_pointer();
     do {
@@ -305,13 +324,15 @@ int main(void) {
     wl_registry_add_listener(registry, &registry_listener, NULL);
     if (wl_display_roundtrip(display) < 0 || wl_display_roundtrip(display) < 0)
         return 1;
-    if (!seat || !pointer_manager || !output_manager) {
-        fprintf(stderr, "wl-input: the compositor lacks wl_seat, "
-                        "zwlr_virtual_pointer_manager_v1 or zxdg_output_manager_v1\n");
+    if (!seat || !output_manager) {
+        fprintf(stderr, "wl-input: the compositor lacks wl_seat or zxdg_output_manager_v1\n");
         return 1;
     }
+    // Without virtual pointers (mutter) the window and its clicks still serve.
     struct zwlr_virtual_pointer_v1* pointer =
-        zwlr_virtual_pointer_manager_v1_create_virtual_pointer(pointer_manager, seat);
+        pointer_manager
+            ? zwlr_virtual_pointer_manager_v1_create_virtual_pointer(pointer_manager, seat)
+            : NULL;
     if (wl_display_roundtrip(display) < 0)
         return 1;
     printf("ready\n");
@@ -324,7 +345,14 @@ int main(void) {
         bool report_clicks = false;
         int x, y;
         char end;
-        if (sscanf(line, "move %d %d %c", &x, &y, &end) == 2)
+        bool report_keys = false;
+        if (strcmp(line, "keys") == 0) {
+            report_keys = true;
+            if (!window.surface)
+                error = "no window";
+        } else if (!pointer && strcmp(line, "window") != 0 && strcmp(line, "clicks") != 0)
+            error = "the compositor offers no virtual pointer";
+        else if (sscanf(line, "move %d %d %c", &x, &y, &end) == 2)
             error = move(display, pointer, x, y);
         else if (strcmp(line, "down") == 0)
             button(pointer, WL_POINTER_BUTTON_STATE_PRESSED);
@@ -348,13 +376,16 @@ int main(void) {
         }
         if (error)
             printf("error: %s\n", error);
+        else if (report_keys)
+            printf("ok %u\n", window.keys);
         else if (report_clicks)
             printf("ok %u\n", window.presses);
         else
             printf("ok\n");
         fflush(stdout);
     }
-    zwlr_virtual_pointer_v1_destroy(pointer);
+    if (pointer)
+        zwlr_virtual_pointer_v1_destroy(pointer);
     wl_display_roundtrip(display);
     wl_display_disconnect(display);
     return 0;
