@@ -1,6 +1,7 @@
 #include "AppDelegate.h"
 
 #include "Backends.h"
+#include "DrawingCommands.h"
 #include "DrawingStore.h"
 #include "Fatal.h"
 #include "HotKeyConfig.h"
@@ -232,8 +233,7 @@ void AppDelegate::clearAll() {
 }
 
 void AppDelegate::setFade(int seconds) {
-    Settings::shared().setFadeSeconds(double(seconds));
-    DrawingStore::shared().announceDisplayChange();
+    DrawingCommands::setFadeSeconds(DrawingStore::shared(), double(seconds));
 }
 
 void AppDelegate::toggleLogin() {

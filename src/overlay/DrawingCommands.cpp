@@ -25,17 +25,29 @@ bool selectColor(DrawingStore& store, qint64 number) {
     return true;
 }
 
+qreal allowedWidth(qreal width) {
+    return std::clamp(width, narrowest, widest);
+}
+
 void narrower(DrawingStore& store) {
-    store.setWidth(std::max(store.width() - 1, narrowest));
+    store.setWidth(allowedWidth(store.width() - 1));
 }
 
 void wider(DrawingStore& store) {
-    store.setWidth(std::min(store.width() + 1, widest));
+    store.setWidth(allowedWidth(store.width() + 1));
 }
 
 void toggleHintBar(DrawingStore& store) {
-    Settings& settings = Settings::shared();
-    settings.setHudVisible(!settings.hudVisible());
+    setHintBar(store, !Settings::shared().hudVisible());
+}
+
+void setHintBar(DrawingStore& store, bool visible) {
+    Settings::shared().setHudVisible(visible);
+    store.announceDisplayChange();
+}
+
+void setFadeSeconds(DrawingStore& store, double seconds) {
+    Settings::shared().setFadeSeconds(seconds);
     store.announceDisplayChange();
 }
 

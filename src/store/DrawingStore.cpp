@@ -5,6 +5,7 @@
 #include "Settings.h"
 
 #include <QTextBoundaryFinder>
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -111,6 +112,22 @@ void DrawingStore::undo() {
     post();
 }
 
+quint64 DrawingStore::add(Item item) {
+    commit(std::move(item));
+    return lastId;
+}
+
+bool DrawingStore::remove(quint64 id) {
+    const auto found = std::find_if(items_.begin(), items_.end(),
+                                    [id](const Item& item) { return item.id == id; });
+    if (found == items_.end())
+        return false;
+    items_.erase(found);
+    emit itemRemoved(id);
+    post();
+    return true;
+}
+
 void DrawingStore::clear() {
     const std::vector<Item> gone = std::exchange(items_, {});
     current_.reset();
@@ -134,7 +151,7 @@ void DrawingStore::beginText(QPointF at) {
     item.kind = Tool::text;
     item.points = {at};
     item.color = paletteColor(colorIndex_).color;
-    item.width = width_ * 3 + 18;
+    item.width = textSize(width_);
     current_ = std::move(item);
     post();
 }

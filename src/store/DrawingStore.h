@@ -56,8 +56,15 @@ public:
     void undo();
     void clear();
     void endSession();
+    // A finished item made elsewhere (a script): committed as a drawn one is,
+    // so it gets an id and fades like the rest. Returns its id.
+    quint64 add(Item item);
+    // Takes the committed item away; false when there is none with that id.
+    bool remove(quint64 id);
 
-    // Text.
+    // Text. Its font size follows the stroke width, so that the width keys
+    // size text too.
+    static qreal textSize(qreal width) { return width * 3 + 18; }
     void beginText(QPointF at);
     void appendText(const QString& string);
     void deleteLastCharacter();
