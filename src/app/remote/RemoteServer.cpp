@@ -1,6 +1,7 @@
 #include "RemoteServer.h"
 
 #include "ControlChannel.h"
+#include "JsonSession.h"
 #include "PeerCredentials.h"
 
 #include <QLocalSocket>
@@ -35,12 +36,21 @@ void RemoteServer::acceptConnections() {
         }
         socket->setReadBufferSize(ControlChannel::maxRequestBytes + 1);
         // A client that doesn't finish its line in time is dropped.
-        QTimer::singleShot(ControlChannel::timeoutMs, socket, [socket] { socket->abort(); });
-        connect(socket, &QLocalSocket::readyRead, this, [this, socket] { readRequest(socket); });
+        auto* deadline = new QTimer(socket);
+        deadline->setSingleShot(true);
+        connect(deadline, &QTimer::timeout, socket, [socket] { socket->abort(); });
+        deadline->start(ControlChannel::timeoutMs);
+        connect(socket, &QLocalSocket::readyRead, this,
+                [this, socket, deadline] { readRequest(socket, deadline); });
     }
 }
 
-void RemoteServer::readRequest(QLocalSocket* socket) {
+void RemoteServer::readRequest(QLocalSocket* socket, QTimer* deadline) {
+    if (socket->peek(1) == "{") {
+        disconnect(socket, &QLocalSocket::readyRead, this, nullptr);
+        new JsonSession(socket, deadline);
+        return;
+    }
     if (!socket->canReadLine()) {
         if (socket->bytesAvailable() > ControlChannel::maxRequestBytes)
             answer(socket, {2, tr("The request is too long.\n")});

@@ -6,10 +6,13 @@
 #include <QObject>
 
 class QLocalSocket;
+class QTimer;
 
-// Listens on the control socket of the running instance. Each connection may send
-// one short line; clients of another user, oversized or garbled requests and
-// clients that stall are cut off without touching the rest of the program.
+// Listens on the control socket of the running instance. A connection sends one
+// short plain command, or, when its first line starts with "{", any number of
+// JSON requests (see JsonSession). Clients of another user, oversized or
+// garbled requests and clients that stall are cut off without touching the
+// rest of the program.
 class RemoteServer : public QObject {
     Q_OBJECT
 public:
@@ -21,7 +24,7 @@ public:
 
 private:
     void acceptConnections();
-    void readRequest(QLocalSocket* socket);
+    void readRequest(QLocalSocket* socket, QTimer* deadline);
     void answer(QLocalSocket* socket, const RemoteReply& reply);
 
     RemoteCommands commands;
