@@ -5,9 +5,9 @@
 
 // What the command line asks for: run (and become the instance, or wake the
 // running one), print help or the version, or send one command to the
-// running instance.
+// running instance (a plain command or a JSON request), or follow its drawing.
 struct CommandLine {
-    enum class Action { run, help, version, remote, error };
+    enum class Action { run, help, version, remote, watch, error };
 
     Action action = Action::run;
     QString request; // for remote: the line sent to the running instance

@@ -56,6 +56,18 @@ int sendCommand(int argc, char** argv, const QString& request) {
     return 1;
 }
 
+int watch(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const auto end = RemoteClient::watch([](const QByteArray& line) {
+        std::fwrite(line.constData(), 1, size_t(line.size()), stdout);
+        std::fflush(stdout);
+    });
+    if (end)
+        return printReply(*end);
+    print(stderr, QStringLiteral("quillery: Quillery is not running.\n"));
+    return 1;
+}
+
 } // namespace
 
 int RemoteLauncher::run(
@@ -73,6 +85,8 @@ int RemoteLauncher::run(
         print(stderr, QStringLiteral("quillery: %1\nTry 'quillery --help' for more information.\n")
                           .arg(commandLine.message));
         return 2;
+    case CommandLine::Action::watch:
+        return watch(argc, argv);
     case CommandLine::Action::run:
     case CommandLine::Action::remote:
         break;
