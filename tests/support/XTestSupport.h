@@ -43,8 +43,12 @@ inline bool drag(const QList<QPoint>& points) {
     return xdotool(script + QStringLiteral("mouseup 1"));
 }
 
+inline QImage screenshot() {
+    return QImage::fromData(run("import", {"-window", "root", "png:-"}), "PNG");
+}
+
 inline int countPixels(const std::function<bool(QColor)>& matches, QRect area = {}) {
-    const QImage image = QImage::fromData(run("import", {"-window", "root", "png:-"}), "PNG");
+    const QImage image = screenshot();
     area = area.isNull() ? image.rect() : area & image.rect();
     int count = 0;
     for (int y = area.top(); y <= area.bottom(); ++y)

@@ -1,6 +1,9 @@
 #include "XTestSupport.h"
 
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QRandomGenerator>
@@ -73,6 +76,28 @@ class RemoteControlTest : public QObject {
         socket.abort();
     }
 
+    // A JSON connection: each request line gets one answer line.
+    static QJsonObject ask(QLocalSocket& socket, const QByteArray& request) {
+        socket.write(request + '\n');
+        while (!socket.canReadLine() && socket.waitForReadyRead(5000)) {
+        }
+        return QJsonDocument::fromJson(socket.readLine()).object();
+    }
+    static QJsonObject ask(const QByteArray& request) {
+        QLocalSocket socket;
+        socket.connectToServer(socketPath());
+        socket.waitForConnected(2000);
+        return ask(socket, request);
+    }
+    static int changedPixels(const QImage& before, const QRect& area) {
+        const QImage now = XDesktop::screenshot();
+        int changed = 0;
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            for (int x = area.left(); x <= area.right(); ++x)
+                changed += now.pixel(x, y) != before.pixel(x, y);
+        return changed;
+    }
+
     QProcess instance;
     QTemporaryDir scratch;
     QLocalServer sessionManager;
@@ -129,6 +154,145 @@ private Q_SLOTS:
         QCOMPARE(statusValue("drawing"), QStringLiteral("on"));
         QCOMPARE(command({"--stop"}), 0);
         QCOMPARE(statusValue("drawing"), QStringLiteral("off"));
+    }
+
+    void scriptedItemsShowWhereAskedAndGoById_data() {
+        QTest::addColumn<QByteArray>("item");
+        QTest::addColumn<QRect>("area");
+        QByteArray longStroke; // a request far over the plain commands' limit
+        for (int i = 0; i <= 20000; ++i)
+            longStroke +=
+                QByteArray(i ? "," : "") + "[" + QByteArray::number(200 + i * 0.025) + ",200]";
+        QTest::newRow("pen") << "\"kind\":\"pen\",\"width\":8,\"points\":[" + longStroke + "]"
+                             << QRect(200, 190, 500, 20);
+        QTest::newRow("highlighter")
+            << QByteArray("\"kind\":\"highlighter\",\"points\":[[200,300],[700,300]]")
+            << QRect(200, 280, 500, 40);
+        QTest::newRow("arrow") << QByteArray("\"kind\":\"arrow\",\"points\":[[200,400],[700,400]]")
+                               << QRect(200, 390, 500, 20);
+        QTest::newRow("ellipse")
+            << QByteArray(
+                   "\"kind\":\"ellipse\",\"color\":\"#00ff00\",\"points\":[[200,500],[700,700]]")
+            << QRect(190, 490, 520, 220);
+        QTest::newRow("rect") << QByteArray("\"kind\":\"rect\",\"points\":[[200,500],[700,700]]")
+                              << QRect(190, 490, 520, 220);
+        QTest::newRow("text")
+            << QByteArray("\"kind\":\"text\",\"text\":\"Quillery\",\"points\":[[200,850]]")
+            << QRect(100, 700, 800, 300);
+    }
+    void scriptedItemsShowWhereAskedAndGoById() {
+        QFETCH(QByteArray, item);
+        QFETCH(QRect, area);
+        QLocalSocket socket;
+        socket.connectToServer(socketPath());
+        QVERIFY(socket.waitForConnected(2000));
+        QVERIFY(ask(socket, "{\"v\":1,\"cmd\":\"set\",\"fade\":0}")["ok"].toBool());
+        const QImage before = XDesktop::screenshot();
+        const QJsonObject drawn = ask(socket, "{\"v\":1,\"cmd\":\"draw\"," + item + "}");
+        QVERIFY2(drawn["ok"].toBool(), qPrintable(drawn["error"].toString()));
+        QVERIFY(QTest::qWaitFor([&] { return changedPixels(before, area) > 200; }, 10000));
+        const QByteArray id = QByteArray::number(drawn["id"].toInteger());
+        QVERIFY(ask(socket, "{\"v\":1,\"cmd\":\"remove\",\"id\":" + id + "}")["ok"].toBool());
+        QVERIFY(QTest::qWaitFor([&] { return changedPixels(before, area) == 0; }, 10000));
+    }
+
+    void watchersFollowADrawingSession() {
+        QVERIFY(ask("{\"v\":1,\"cmd\":\"set\",\"tool\":\"pen\",\"fade\":0}")["ok"].toBool());
+        QLocalSocket watcher;
+        watcher.connectToServer(socketPath());
+        QVERIFY(watcher.waitForConnected(2000));
+        QVERIFY(ask(watcher, "{\"v\":1,\"cmd\":\"watch\"}")["ok"].toBool());
+        QProcess commandLine; // a second watcher: its first line says it is in place
+        commandLine.start(binary(), {"--watch"});
+        QVERIFY(commandLine.waitForReadyRead(5000));
+        QCOMPARE(commandLine.readLine(), QByteArray("{\"ok\":true,\"v\":1}\n"));
+
+        QCOMPARE(quillery({"--start"}).exitCode, 0);
+        const Run rect = quillery({"--draw", "rect", "100,100", "300,300", "--color", "1"});
+        QCOMPARE(rect.exitCode, 0);
+        const qint64 id = rect.out.trimmed().toLongLong();
+        QVERIFY(XDesktop::drag({{500, 500}, {530, 520}, {560, 520}}));
+        QTRY_COMPARE(ask("{\"cmd\":\"state\"}")["items"].toArray().size(), 2);
+        QCOMPARE(quillery({"--stop"}).exitCode, 0);
+        QCOMPARE(quillery({"--undo"}).exitCode, 0);
+        QVERIFY(ask("{\"v\":1,\"cmd\":\"set\",\"fade\":1}")["ok"].toBool());
+
+        const QStringList expected = {"started",
+                                      QString("committed %1 rect").arg(id),
+                                      QString("committed %1 pen").arg(id + 1),
+                                      "stopped",
+                                      QString("removed %1").arg(id + 1),
+                                      QString("faded %1").arg(id)};
+        const auto follow = [&](QIODevice& stream, QStringList& seen) {
+            while (stream.canReadLine()) {
+                const QJsonObject event = QJsonDocument::fromJson(stream.readLine()).object();
+                const QJsonObject bounds = event["bounds"].toObject();
+                if (event["kind"] == "rect") // the ink covers the corners asked for
+                    QVERIFY(bounds["x"].toInt() <= 100 &&
+                            bounds["x"].toInt() + bounds["width"].toInt() >= 300);
+                seen << QStringList{event["event"].toString(),
+                                    event["id"].isDouble()
+                                        ? QString::number(event["id"].toInteger())
+                                        : QString(),
+                                    event["kind"].toString()}
+                            .join(' ')
+                            .trimmed();
+            }
+        };
+        QStringList bySocket;
+        QStringList byCommandLine;
+        QTRY_COMPARE_WITH_TIMEOUT((follow(watcher, bySocket), bySocket), expected, 10000);
+        QTRY_COMPARE((follow(commandLine, byCommandLine), byCommandLine), expected);
+        commandLine.kill();
+        commandLine.waitForFinished();
+        QVERIFY(ask("{\"v\":1,\"cmd\":\"set\",\"fade\":0}")["ok"].toBool());
+    }
+
+    void badRequestsAreRefusedAndChangeNothing_data() {
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<QString>("error");
+        QByteArray oversized = "{\"v\":1,\"cmd\":\"draw\",\"kind\":\"pen\",\"points\":[";
+        while (oversized.size() <= 1024 * 1024)
+            oversized += "[100,100],";
+        QTest::newRow("not JSON") << QByteArray("{nope}") << "not JSON";
+        QTest::newRow("unknown command") << QByteArray("{\"cmd\":\"paint\"}") << "\"paint\"";
+        QTest::newRow("missing field")
+            << QByteArray("{\"cmd\":\"draw\",\"kind\":\"rect\"}") << "\"points\" is missing";
+        QTest::newRow("wrong type")
+            << QByteArray("{\"cmd\":\"set\",\"hintBar\":1}") << "\"hintBar\" must be true or false";
+        QTest::newRow("unknown field")
+            << QByteArray("{\"cmd\":\"set\",\"colour\":2}") << "Unknown field \"colour\"";
+        QTest::newRow("other version")
+            << QByteArray("{\"v\":2,\"cmd\":\"clear\"}") << "\"v\" is out of range";
+        QTest::newRow("colour out of range")
+            << QByteArray("{\"cmd\":\"draw\",\"kind\":\"pen\",\"points\":[[1,1]],\"color\":7}")
+            << "\"color\" is out of range";
+        QTest::newRow("point out of range")
+            << QByteArray("{\"cmd\":\"draw\",\"kind\":\"pen\",\"points\":[[1e7,1]]}")
+            << "\"points\" is out of range";
+        QTest::newRow("no such item")
+            << QByteArray("{\"cmd\":\"remove\",\"id\":999999}") << "\"id\" is out of range";
+        QTest::newRow("half good set")
+            << QByteArray("{\"cmd\":\"set\",\"tool\":\"arrow\",\"fade\":-1}")
+            << "\"fade\" is out of range";
+        QTest::newRow("oversized") << oversized << "longer than";
+        QTest::newRow("truncated")
+            << QByteArray("{\"cmd\":\"draw\",\"kind\":\"pen\",\"points\":[[1,2],[3") << "not JSON";
+        QTest::newRow("binary") << QByteArray("{\xff\xfe\x00\x01\x80\x1b}") << "not JSON";
+        QTest::newRow("deeply nested")
+            << QByteArray("{\"a\":").repeated(100000) + QByteArray("}").repeated(100000)
+            << "not JSON";
+    }
+    void badRequestsAreRefusedAndChangeNothing() {
+        QFETCH(QByteArray, request);
+        QFETCH(QString, error);
+        QCOMPARE(quillery({"--draw", "arrow", "100,100", "300,300"}).exitCode, 0);
+        const QJsonObject before = ask("{\"cmd\":\"state\"}");
+        const QJsonObject reply = ask(request);
+        QVERIFY2(!reply["ok"].toBool() && reply["error"].toString().contains(error),
+                 qPrintable(reply["error"].toString()));
+        QCOMPARE(ask("{\"cmd\":\"state\"}"), before);
+        QCOMPARE(quillery({"--clear"}).exitCode, 0);
     }
 
     void secondStartDoesNotRunTwice() {
