@@ -1,6 +1,5 @@
 #include "JsonSession.h"
 
-#include "ControlChannel.h"
 #include "DrawingStore.h"
 #include "JsonCommands.h"
 #include "OverlayController.h"
@@ -52,7 +51,7 @@ void JsonSession::finish(const QJsonObject& object) {
     disconnect(socket, &QLocalSocket::readyRead, this, nullptr);
     send(object);
     socket->disconnectFromServer(); // after what is queued has been written
-    deadline->start(ControlChannel::timeoutMs);
+    deadline->start(farewellMs);
 }
 
 void JsonSession::watch() {

@@ -17,6 +17,8 @@ public:
     static constexpr qsizetype maxRequestBytes = 1024 * 1024;
     static constexpr qint64 maxQueuedBytes = 256 * 1024;
     static constexpr int idleTimeoutMs = 60 * 1000;
+    // How long a last line (an error, the overflow notice) waits to be read.
+    static constexpr int farewellMs = 10 * 1000;
 
     // Takes over the socket (and lives as long as it does); deadline aborts
     // the connection when it fires.

@@ -245,7 +245,30 @@ private Q_SLOTS:
         QTRY_COMPARE((follow(commandLine, byCommandLine), byCommandLine), expected);
         commandLine.kill();
         commandLine.waitForFinished();
+    }
+
+    void watcherThatDoesNotReadIsDropped() {
         QVERIFY(ask("{\"v\":1,\"cmd\":\"set\",\"fade\":0}")["ok"].toBool());
+        QLocalSocket watcher; // no event loop runs until it reads: nothing is taken in
+        watcher.connectToServer(socketPath());
+        QVERIFY(watcher.waitForConnected(2000));
+        QVERIFY(ask(watcher, "{\"cmd\":\"watch\"}")["ok"].toBool());
+        QLocalSocket script;
+        script.connectToServer(socketPath());
+        QVERIFY(script.waitForConnected(2000));
+        script.write(QByteArray("{\"cmd\":\"draw\",\"kind\":\"pen\",\"points\":[[10,10]]}\n")
+                         .repeated(4000) +
+                     "{\"cmd\":\"clear\"}\n");
+        qsizetype replies = 0;
+        while (replies < 4001 && script.waitForReadyRead(10000))
+            replies += script.readAll().count('\n');
+        QCOMPARE(replies, 4001);
+        QByteArray events;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (events += watcher.readAll(), watcher.state() == QLocalSocket::UnconnectedState),
+            10000);
+        events += watcher.readAll();
+        QVERIFY(events.trimmed().split('\n').last().contains("\"overflow\""));
     }
 
     void badRequestsAreRefusedAndChangeNothing_data() {
@@ -286,6 +309,7 @@ private Q_SLOTS:
     void badRequestsAreRefusedAndChangeNothing() {
         QFETCH(QByteArray, request);
         QFETCH(QString, error);
+        QVERIFY(ask("{\"v\":1,\"cmd\":\"set\",\"fade\":0}")["ok"].toBool());
         QCOMPARE(quillery({"--draw", "arrow", "100,100", "300,300"}).exitCode, 0);
         const QJsonObject before = ask("{\"cmd\":\"state\"}");
         const QJsonObject reply = ask(request);
