@@ -126,8 +126,12 @@ private Q_SLOTS:
         QVERIFY(version.exitCode == 0 && version.out.startsWith("quillery "));
         const Run wrong = quillery({"--paint"});
         QVERIFY(wrong.exitCode == 2 && wrong.err.contains("paint"));
-        for (const QStringList& bad :
-             {QStringList{"--color", "7"}, {"--tool", "brush"}, {"--undo", "--clear"}})
+        for (const QStringList& bad : {QStringList{"--color", "7"},
+                                       {"--tool", "brush"},
+                                       {"--undo", "--clear"},
+                                       {"--draw", "brush", "1,1"},
+                                       {"--draw", "pen", "1;1"},
+                                       {"--width", "3"}})
             QCOMPARE(quillery(bad).exitCode, 2);
     }
 
