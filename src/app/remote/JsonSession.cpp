@@ -18,9 +18,15 @@ JsonSession::JsonSession(QLocalSocket* socket, QTimer* deadline)
 
 void JsonSession::readRequests() {
     // A client that sends requests without reading the answers waits for
-    // them to leave first.
-    while (!watching && !finished && socket->canReadLine() &&
-           socket->bytesToWrite() <= maxQueuedBytes) {
+    // them to leave first; one that sends many at once has them taken a few
+    // at a time, so that the pen and the screen never wait for a script.
+    for (int taken = 0; !watching && !finished && socket->canReadLine() &&
+                        socket->bytesToWrite() <= maxQueuedBytes;
+         ++taken) {
+        if (taken == requestsPerTurn) {
+            QTimer::singleShot(0, this, &JsonSession::readRequests);
+            return;
+        }
         QByteArray line = socket->readLine(maxRequestBytes + 1);
         if (!line.endsWith('\n'))
             return tooLong();

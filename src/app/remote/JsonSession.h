@@ -17,6 +17,8 @@ public:
     static constexpr qsizetype maxRequestBytes = 1024 * 1024;
     static constexpr qint64 maxQueuedBytes = 256 * 1024;
     static constexpr int idleTimeoutMs = 60 * 1000;
+    // Requests carried out in one turn of the event loop.
+    static constexpr int requestsPerTurn = 32;
     // How long a last line (an error, the overflow notice) waits to be read.
     static constexpr int farewellMs = 10 * 1000;
 
