@@ -172,10 +172,13 @@ void OverlayLayerCache::paint(QPainter& painter, const QRect& area) const {
     const QRect inside = area & QRect(QPoint(), size);
     if (image.isNull() || held.empty() || inside.isEmpty())
         return;
-    // In device pixels, so that the painter copies them one to one.
+    // In whole device pixels, so that the painter copies them one to one
+    // (at a fractional ratio, a logical edge falls inside a device pixel).
     const QTransform overlay = painter.worldTransform();
     painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr) * overlay);
-    const QRectF source(QPointF(inside.topLeft()) * dpr, QSizeF(inside.size()) * dpr);
+    const QRect source =
+        QRectF(QPointF(inside.topLeft()) * dpr, QSizeF(inside.size()) * dpr).toAlignedRect() &
+        image.rect();
     painter.drawImage(source, image, source);
     painter.setWorldTransform(overlay);
 }
