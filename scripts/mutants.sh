@@ -142,6 +142,7 @@ for i in "${!faults[@]}"; do
     name=${faults[i]} file=${files[i]} log=$logs/${faults[i]}.log begun=$SECONDS
     cp -p "$tree/$file" "$scratch/original"
     if ! apply "$tree/$file" "${olds[i]}" "${news[i]}"; then
+        cp -p "$scratch/original" "$tree/$file" # perl wrote it anew
         ((++stale)) && printf '%-30s stale: not exactly once in %s\n' "$name" "$file"
         continue
     fi
@@ -174,5 +175,7 @@ summary="$caught caught, $missed missed"
 ((check)) && summary="$((${#faults[@]} - broken - stale)) compile"
 ((broken)) && summary+=", $broken broken"
 ((stale)) && summary+=", $stale stale"
-echo "$summary ($(((SECONDS - started) / 60)) min; logs in $logs)"
+took=$(((SECONDS - started) / 60))
+((keep)) && echo "$took min; logs in $logs" || echo "$took min"
+echo "$summary"
 ((broken + stale == 0))
