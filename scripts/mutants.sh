@@ -93,7 +93,7 @@ apply() {
 # Compiles, without writing anything, the source file $1 (for a header, the
 # source of the same name) as the build compiles it.
 compile_only() {
-    local source=$tree/${1%.h}.cpp
+    local source=$tree/${1%.*}.cpp
     perl -e '
         local $/; open my $in, "<", $ARGV[0] or die; $_ = <$in>;
         while (/"directory": "([^"]*)",\s*"command": "((?:[^"\\]|\\.)*)",\s*"file": "([^"]*)"/g) {
