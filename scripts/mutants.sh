@@ -35,10 +35,6 @@ tree=$scratch/src build=$scratch/build logs=$scratch/logs
 mkdir -p "$tree" "$logs"
 
 mutated= # the scratch file that holds a fault right now
-restore() {
-    [[ -n $mutated ]] && cp "$1" "$tree/$mutated" # a new mtime: ninja rebuilds it
-    mutated=
-}
 finish() {
     [[ -n $mutated ]] && cp "$scratch/original" "$tree/$mutated"
     if ((keep)); then echo "scratch tree kept in $scratch"; else rm -rf "$scratch"; fi
@@ -156,12 +152,12 @@ for i in "${!faults[@]}"; do
         mapfile -t targets < <(test_names)
         if ! ninja -C "$build" -j "$jobs" "${targets[@]}" >"$log" 2>&1; then
             result=broken
-        elif (cd "$build" && ctest --timeout 120 "${sel[@]}") >>"$log" 2>&1; then
+        elif (cd "$build" && ctest --timeout 120 --output-on-failure "${sel[@]}") >>"$log" 2>&1; then
             result=missed
         else
             result="caught by $(sed -nE 's/^\s*[0-9]+ - (\S+) .*/\1/p' "$log" | paste -sd,)"
         fi
-        restore "$scratch/original"
+        cp "$scratch/original" "$tree/$file" && mutated= # a new mtime: ninja rebuilds it
     fi
     case $result in
     broken) ((++broken)) ;;
