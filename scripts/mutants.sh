@@ -40,6 +40,7 @@ finish() {
     if ((keep)); then echo "scratch tree kept in $scratch"; else rm -rf "$scratch"; fi
 }
 trap finish EXIT
+trap "exit 130" INT TERM
 
 # The working tree, tracked and new files; only files whose content differs
 # are copied, so that a reused build rebuilds what changed and nothing else.
