@@ -294,6 +294,9 @@ private Q_SLOTS:
         QTest::newRow("colour out of range")
             << QByteArray("{\"cmd\":\"draw\",\"kind\":\"pen\",\"points\":[[1,1]],\"color\":7}")
             << "\"color\" is out of range";
+        QTest::newRow("point of three numbers")
+            << QByteArray("{\"cmd\":\"draw\",\"kind\":\"pen\",\"points\":[[1,2,3]]}")
+            << "\"points\"";
         QTest::newRow("point out of range")
             << QByteArray("{\"cmd\":\"draw\",\"kind\":\"pen\",\"points\":[[1e7,1]]}")
             << "\"points\" is out of range";
@@ -377,17 +380,19 @@ private Q_SLOTS:
         const auto setMode = [](const QString& path, mode_t mode) {
             return ::chmod(QFile::encodeName(path).constData(), mode) == 0;
         };
+        // The socket is its user's alone, inside a folder of its own.
+        QVERIFY((QFile::permissions(socketPath()) & 0x00ff) == 0); // no group or others
         // A control folder that others can enter is not trusted by the client.
         const QString folder = QFileInfo(socketPath()).path();
-        QVERIFY(setMode(folder, 0755));
+        QVERIFY(setMode(folder, 0750));
         const Run loose = quillery({"--status"});
-        QVERIFY2(loose.exitCode == 1 && loose.err.contains("0755"), qPrintable(loose.err));
+        QVERIFY2(loose.exitCode == 1 && loose.err.contains("0750"), qPrintable(loose.err));
         if (::getuid() == 0) {
             // The socket reachable by another user: the server refuses a peer
             // whose user id is not its own.
             const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-            QVERIFY(setMode(socketPath(), 0777) && setMode(runtime, 0711) &&
-                    setMode(QFileInfo(runtime).path(), 0711));
+            QVERIFY(setMode(folder, 0755) && setMode(socketPath(), 0777) &&
+                    setMode(runtime, 0711) && setMode(QFileInfo(runtime).path(), 0711));
             const QByteArray path = QFile::encodeName(socketPath());
             const pid_t child = ::fork();
             if (child == 0) {
