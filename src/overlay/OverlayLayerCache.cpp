@@ -154,10 +154,16 @@ void OverlayLayerCache::repaintWhere(const QRegion& region, std::span<const Item
                                      std::span<const DrawnItem> drawn) {
     QPainter painter(&image);
     for (const QRect& rect : region) {
-        painter.setClipRect(rect);
+        // Cleared in whole device pixels: at a fractional ratio a logical
+        // edge falls inside one, which would keep the ink of what went.
+        const QRect pixels =
+            QRectF(QPointF(rect.topLeft()) * dpr, QSizeF(rect.size()) * dpr).toAlignedRect();
+        painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr));
+        painter.setClipRect(pixels);
         painter.setCompositionMode(QPainter::CompositionMode_Source);
-        painter.fillRect(rect, Qt::transparent);
+        painter.fillRect(pixels, Qt::transparent);
         painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+        painter.resetTransform();
         painter.translate(-QPointF(origin));
         const QRectF area = QRectF(rect).translated(QPointF(origin));
         for (size_t i = 0; i < items.size(); ++i) {

@@ -155,6 +155,8 @@ private Q_SLOTS:
     void aSessionLooksLikeWholeRepaints_data() {
         QTest::addColumn<qreal>("ratio");
         QTest::newRow("1x") << qreal(1);
+        QTest::newRow("1.25x") << qreal(1.25);
+        QTest::newRow("1.5x") << qreal(1.5);
         QTest::newRow("2x") << qreal(2);
     }
     void aSessionLooksLikeWholeRepaints() {
