@@ -130,6 +130,13 @@ void SettingsWindow::showStoredValues() {
     hintBarCheck->setChecked(Settings::shared().hudVisible());
 }
 
+// A recording still under way would otherwise end in ~QWidget, as the window
+// loses the front, and show its state in a window already half gone.
+SettingsWindow::~SettingsWindow() {
+    recorder_->disconnect(this);
+    recorder_->stopRecording();
+}
+
 void SettingsWindow::showEvent(QShowEvent* event) {
     showStoredValues();
     showRecorderState();

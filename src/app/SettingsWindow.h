@@ -18,6 +18,7 @@ public:
     static QString fadeChoiceTitle(int seconds);
 
     explicit SettingsWindow(QWidget* parent = nullptr);
+    ~SettingsWindow() override;
 
     ShortcutRecorder& recorder() const { return *recorder_; }
     QPushButton* shortcutButton() const { return shortcutButton_; }
