@@ -1,10 +1,7 @@
-#include "PortalService.h"
-#include "RunningQuillery.h"
-#include "StatusNotifierHost.h"
+#include "WaylandDesktop.h"
 
 #include <QImage>
-#include <QProcess>
-#include <QTemporaryDir>
+#include <QJsonDocument>
 #include <QtTest>
 
 using namespace RunningQuillery;
@@ -12,212 +9,157 @@ using namespace RunningQuillery;
 // The real program on a layer-shell Wayland desktop (headless sway with two
 // outputs side by side), driven through a virtual pointer and keyboard as a
 // user would drive it, and seen through screenshots.
-class WaylandTest : public QObject {
+class WaylandTest : public WaylandDesktop {
     Q_OBJECT
 
-    QProcess quillery;
-    QProcess pointer;  // wl-input: one for the whole test
     QProcess keyboard; // holds a keyboard on the seat, so that it has one all along
-    // The desktop's global shortcut: a portal on a private session bus.
-    QTemporaryDir scratch;
-    QProcess bus;
-    PortalService portal;
-    StatusNotifierHost tray;
 
-    static bool type(const QStringList& arguments) {
-        return run(QStringLiteral("wtype"), arguments);
-    }
-    static QImage screenshot() {
-        return QImage::fromData(
-            output(QStringLiteral("grim"),
-                   {QStringLiteral("-s"), QStringLiteral("1"), QStringLiteral("-")}));
-    }
-
-    QByteArray pointerAnswers(const QString& command) {
-        pointer.write(command.toUtf8() + '\n');
-        while (!pointer.canReadLine())
-            if (!pointer.waitForReadyRead(5000))
-                return {};
-        return pointer.readLine().trimmed();
-    }
-    bool pointerDoes(const QString& command) { return pointerAnswers(command) == "ok"; }
-    // Presses that reached the ordinary window under the overlay.
-    QByteArray clicksOnWindow() { return pointerAnswers(QStringLiteral("clicks")); }
+    static bool type(const QStringList& arguments) { return run("wtype", arguments); }
+    // The pointer moves within the box around all outputs as they are now.
     bool drag(QPoint from, QPoint to, int steps = 30) {
-        bool ok = pointerDoes(QStringLiteral("move %1 %2").arg(from.x()).arg(from.y())) &&
-                  pointerDoes(QStringLiteral("down"));
-        for (int i = 1; ok && i <= steps; ++i) {
-            const QPoint at = from + (to - from) * i / steps;
-            ok = pointerDoes(QStringLiteral("move %1 %2").arg(at.x()).arg(at.y()));
-        }
-        return ok && pointerDoes(QStringLiteral("up"));
+        const auto box = QJsonDocument::fromJson(output("swaymsg", {"-t", "get_tree"}))["rect"];
+        const QString size = QString(" %1 %2").arg(box["width"].toInt()).arg(box["height"].toInt());
+        const auto move = [&](QPoint at) {
+            return ask(QString("move %1 %2").arg(at.x()).arg(at.y()) + size) == "ok";
+        };
+        bool ok = move(from) && ask("down") == "ok";
+        for (int i = 1; ok && i <= steps; ++i)
+            ok = move(from + (to - from) * i / steps);
+        return ok && ask("up") == "ok";
+    }
+    bool take(const QString& way) {
+        if (way == "Esc")
+            return type({"-k", "Escape"});
+        if (way == "binding")
+            return type({"-M", "ctrl", "-M", "alt", "d", "-m", "alt", "-m", "ctrl"});
+        return toggleBy(way);
     }
 
-    static int pixels(const QImage& image, QRect area, bool (*colour)(QColor)) {
-        int count = 0;
-        for (int y = area.top(); y <= area.bottom(); ++y)
-            for (int x = area.left(); x <= area.right(); ++x)
-                count += colour(image.pixelColor(x, y)) ? 1 : 0;
-        return count;
-    }
     static bool red(QColor c) { return c.red() > 200 && c.green() < 110 && c.blue() < 110; }
     // Red seen through, as the highlighter leaves it.
     static bool reddish(QColor c) {
         return c.red() > c.green() + 40 && c.red() > c.blue() + 40 && c.red() < 200;
     }
     static bool blue(QColor c) { return c.blue() > 200 && c.red() < 80 && c.green() < 170; }
-    static bool showsOn(QRect area, bool (*colour)(QColor)) {
-        return pixels(screenshot(), area, colour) > 0;
+    // Whether a screenshot shows the colour in the area (or, with `shown`
+    // false, no longer does) within ten seconds. Time is counted on the clock:
+    // QTRY counts its own steps, and each look here takes a screenshot.
+    static bool showsOn(QRect area, bool (*colour)(QColor), bool shown = true) {
+        const auto seen = [&] {
+            const QImage screen = QImage::fromData(output("grim", {"-s", "1", "-"}));
+            for (int y = area.top(); y <= area.bottom(); ++y)
+                for (int x = area.left(); x <= area.right(); ++x)
+                    if (colour(screen.pixelColor(x, y)))
+                        return true;
+            return false;
+        };
+        return QTest::qWaitFor([&] { return seen() == shown; }, 10000);
     }
 
 private Q_SLOTS:
     void initTestCase() {
-        setSetting("fadeSeconds", 0); // ink stays until the end: slow machines look slowly
-        setSetting("didShowWelcome", true);
-        keyboard.start(QStringLiteral("wtype"), {QStringLiteral("-s"), QStringLiteral("3600000")});
-        QTRY_VERIFY_WITH_TIMEOUT(
-            output(QStringLiteral("swaymsg"), {"-t", "get_seats"}).contains("\"keyboard\""), 10000);
-        pointer.start(qEnvironmentVariable("QUILLERY_WL_INPUT"), {});
-        QVERIFY(pointer.waitForReadyRead(10000));
-        QCOMPARE(pointer.readLine().trimmed(), "ready");
+        keyboard.start("wtype", {"-s", "3600000"});
+        QTRY_VERIFY_WITH_TIMEOUT(output("swaymsg", {"-t", "get_seats"}).contains("\"keyboard\""),
+                                 10000);
         // An application window filling the first output, under the overlay.
-        QVERIFY(pointerDoes(QStringLiteral("window")));
-
-        const QString address = "unix:path=" + scratch.filePath("bus");
-        bus.start("dbus-daemon", {"--session", "--nofork", "--address=" + address});
-        QVERIFY(bus.waitForStarted());
-        QTRY_VERIFY(QFile::exists(scratch.filePath("bus")));
-        QDBusConnection portalBus = QDBusConnection::connectToBus(address, "portal");
-        PortalService::registerTypes();
-        QVERIFY(portalBus.registerVirtualObject(PortalService::path, &portal,
-                                                QDBusConnection::SubPath));
-        QVERIFY(portalBus.registerService("org.freedesktop.portal.Desktop"));
-        QVERIFY(tray.watch(portalBus));
-
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("DBUS_SESSION_BUS_ADDRESS", address);
-        quillery.setProcessEnvironment(environment);
-        quillery.setProcessChannelMode(QProcess::ForwardedChannels);
-        quillery.start(binary(), {});
-        QTRY_COMPARE_WITH_TIMEOUT(status(QStringLiteral("host")), QStringLiteral("wayland"), 10000);
-        QCOMPARE(status(QStringLiteral("translucency")), QStringLiteral("yes"));
+        QVERIFY(start());
+        QTRY_COMPARE_WITH_TIMEOUT(status("host"), "wayland", 10000);
+        QCOMPARE(status("translucency"), "yes");
+        // No program may grab keys here: the desktop's portal binds the shortcut.
+        QTRY_COMPARE(status("shortcut"), "Super+D (bound by the desktop)");
     }
 
     void aCompositorBindingStartsDrawing() {
-        QVERIFY(run(QStringLiteral("swaymsg"),
-                    {QStringLiteral("bindsym Ctrl+Alt+d exec %1 --toggle").arg(binary())}));
-        QVERIFY(type({"-M", "ctrl", "-M", "alt", "d", "-m", "alt", "-m", "ctrl"}));
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
+        QVERIFY(run("swaymsg", {QString("bindsym Ctrl+Alt+d exec %1 --toggle").arg(binary())}));
+        QVERIFY(take("binding"));
+        QTRY_COMPARE(status("drawing"), "on");
         // The overlay is up once its hint bar shows, with the colour's red dot.
-        QTRY_VERIFY_WITH_TIMEOUT(showsOn({0, 0, 1920, 200}, red), 10000);
+        QVERIFY(showsOn({0, 0, 1920, 200}, red));
     }
 
     void aStrokeCrossesFromOneOutputToTheNext() {
         QVERIFY(drag({1700, 400}, {2300, 400}));
-        QTRY_COMPARE(status(QStringLiteral("items")), QStringLiteral("1"));
-        QTRY_VERIFY(showsOn({1780, 390, 40, 20}, red) && showsOn({2180, 390, 40, 20}, red));
+        QTRY_COMPARE(status("items"), "1");
+        QVERIFY(showsOn({1780, 390, 40, 20}, red) && showsOn({2180, 390, 40, 20}, red));
     }
 
     void keysChooseToolsColoursAndTypeAccents() {
-        QVERIFY(type({QStringLiteral("e")}));
-        QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("ellipse"));
+        QVERIFY(type({"e"}));
+        QTRY_COMPARE(status("tool"), "ellipse");
         QVERIFY(drag({2100, 250}, {2300, 550}));
-        QTRY_VERIFY(showsOn({2190, 245, 20, 10}, red)); // the ellipse's top
-        QVERIFY(type({QStringLiteral("h")}));
-        QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("highlighter"));
+        QVERIFY(showsOn({2190, 245, 20, 10}, red)); // the ellipse's top
+        QVERIFY(type({"h"}));
+        QTRY_COMPARE(status("tool"), "highlighter");
         QVERIFY(drag({2050, 650}, {2450, 650}));
-        QTRY_VERIFY(showsOn({2240, 640, 20, 20}, reddish));
-        QVERIFY(type({QStringLiteral("4")}));
-        QTRY_COMPARE(status(QStringLiteral("color")), QStringLiteral("Blue"));
-        QVERIFY(type({QStringLiteral("t")}));
-        QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("text"));
-        QVERIFY(pointerDoes(QStringLiteral("move 300 700")) &&
-                pointerDoes(QStringLiteral("click")));
-        QVERIFY(type({QStringLiteral("Café ñ")}));
-        QVERIFY(type({QStringLiteral("-k"), QStringLiteral("Return")}));
-        QTRY_COMPARE(status(QStringLiteral("items")), QStringLiteral("4"));
-        QTRY_VERIFY(showsOn({280, 640, 300, 120}, blue));
+        QVERIFY(showsOn({2240, 640, 20, 20}, reddish));
+        QVERIFY(type({"4"}));
+        QTRY_COMPARE(status("color"), "Blue");
+        QVERIFY(type({"t"}));
+        QTRY_COMPARE(status("tool"), "text");
+        QVERIFY(drag({300, 700}, {300, 700}, 0)); // a click
+        QVERIFY(type({"Café ñ"}));
+        QVERIFY(type({"-k", "Return"}));
+        QTRY_COMPARE(status("items"), "4");
+        QVERIFY(showsOn({280, 640, 300, 120}, blue));
+        QCOMPARE(windowCount("clicks"), 0); // while drawing, the overlay took every press
     }
 
-    void anOutputAddedWhileDrawingIsCoveredAtOnce() {
-        QVERIFY(run(QStringLiteral("swaymsg"), {QStringLiteral("create_output")}));
-        QVERIFY(run(QStringLiteral("swaymsg"),
-                    {QStringLiteral("output HEADLESS-3 resolution 1280x720 position 0 1080")}));
-        QVERIFY(type({QStringLiteral("p")}));
-        QTRY_COMPARE(status(QStringLiteral("tool")), QStringLiteral("pen"));
+    void addedAndScaledOutputsShowTheInkWhereDrawn() {
+        QVERIFY(run("swaymsg", {"create_output"}));
+        QVERIFY(run("swaymsg", {"output HEADLESS-3 resolution 1280x720 position 0 1080"}));
+        QVERIFY(type({"p"}));
+        QTRY_COMPARE(status("tool"), "pen");
         // Its hint bar, with the colour's blue dot, says its overlay is up.
-        QTRY_VERIFY_WITH_TIMEOUT(showsOn({0, 1080, 1280, 150}, blue), 10000);
+        QVERIFY(showsOn({0, 1080, 1280, 150}, blue));
         QVERIFY(drag({100, 1300}, {600, 1300}));
-        QTRY_VERIFY(showsOn({340, 1290, 40, 20}, blue));
+        QVERIFY(showsOn({340, 1290, 40, 20}, blue));
+        // A scaled output shows the ink where it was drawn: at scale 2 the
+        // second output is 640x360 in the layout.
+        QVERIFY(run("swaymsg", {"output HEADLESS-2 scale 2"}));
+        // Sway 1.7 sometimes sends a press that comes while it rearranges its
+        // outputs nowhere at all (the overlay has the pointer, yet gets no
+        // button): a stroke that made no item is drawn again.
+        const QString before = status("items");
+        for (int attempt = 0; attempt < 3 && status("items") == before; ++attempt) {
+            QVERIFY(drag({2000, 200}, {2400, 200}));
+            QTest::qWaitFor([&] { return status("items") != before; }, 5000);
+        }
+        QCOMPARE(windowCount("clicks"), 0); // none went through to the window below
+        QVERIFY(showsOn({2180, 190, 40, 20}, blue));
     }
 
-    void aScaledOutputShowsTheInkWhereItWasDrawn() {
-        QVERIFY(run(QStringLiteral("swaymsg"), {QStringLiteral("output HEADLESS-2 scale 2")}));
-        // At scale 2 the output is 640x360 in the layout.
-        QVERIFY(drag({2000, 200}, {2400, 200}));
-        QTRY_VERIFY(showsOn({2180, 190, 40, 20}, blue));
+    // Never stuck: each way out ends drawing, even while the overlay holds
+    // the keyboard, and then clicks reach the window below.
+    void everyWayOutStops_data() {
+        QTest::addColumn<QString>("start"); // the way out is the row's name
+        QTest::newRow("Esc") << QString();
+        QTest::newRow("binding") << "shortcut";
+        QTest::newRow("shortcut") << "--start";
+        QTest::newRow("tray") << "binding";
+        QTest::newRow("--stop") << "--start";
+    }
+    void everyWayOutStops() {
+        QFETCH(QString, start);
+        if (!start.isEmpty())
+            QVERIFY(take(start));
+        QTRY_COMPARE(status("drawing"), "on");
+        QVERIFY(showsOn({0, 0, 1920, 200}, blue)); // up, with the keyboard
+        const int clicks = windowCount("clicks");
+        QVERIFY(take(QTest::currentDataTag()));
+        QTRY_COMPARE(status("drawing"), "off");
+        QVERIFY(drag({1000, 500}, {1000, 500}, 0));
+        QCOMPARE(windowCount("clicks"), clicks + 1);
+        QCOMPARE(status("items"), "6"); // the ink still shows
     }
 
-    void escStopsAndClicksReachTheWindowBelowWhileTheInkShows() {
-        QCOMPARE(clicksOnWindow(), "ok 0"); // while drawing, the overlay took every press
-        QVERIFY(type({QStringLiteral("-k"), QStringLiteral("Escape")}));
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
-        QVERIFY(pointerDoes(QStringLiteral("move 1000 500")) &&
-                pointerDoes(QStringLiteral("click")));
-        QCOMPARE(clicksOnWindow(), "ok 1");
-        QCOMPARE(status(QStringLiteral("items")), QStringLiteral("6")); // the ink still shows
-        // A fade delay set now (the program follows its settings file) lets the ink go.
-        setSetting("fadeSeconds", 1);
-        QTRY_VERIFY_WITH_TIMEOUT(
-            !showsOn({2180, 190, 40, 20}, blue) && !showsOn({1780, 390, 40, 20}, red), 10000);
-        QCOMPARE(status(QStringLiteral("items")), QStringLiteral("0"));
-    }
-
-    void theCommandLineAndTheBindingStop() {
-        QVERIFY(run(binary(), {QStringLiteral("--start")}));
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
-        QVERIFY(run(binary(), {QStringLiteral("--stop")}));
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
-        // Also while the overlay holds the keyboard.
-        QVERIFY(run(binary(), {QStringLiteral("--start")}));
-        QTRY_VERIFY(showsOn({0, 0, 1920, 200}, blue));
-        QVERIFY(type({"-M", "ctrl", "-M", "alt", "d", "-m", "alt", "-m", "ctrl"}));
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
-    }
-
-    // No program may grab keys here: the desktop's portal binds the shortcut
-    // (its own choice, the stored one proposed) and its presses toggle.
-    void thePortalShortcutStartsAndStops() {
-        QTRY_COMPARE(status(QStringLiteral("shortcut")),
-                     QStringLiteral("Super+D (bound by the desktop)"));
-        QVERIFY(portal.calls.contains(
-            "BindShortcuts toggle-drawing CTRL+ALT+d \"Start or stop drawing\""));
-        const QDBusConnection portalBus(QStringLiteral("portal"));
-        portal.press(portalBus, "toggle-drawing", portal.session);
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
-        QTRY_VERIFY(showsOn({0, 0, 1920, 200}, blue)); // up, with the keyboard
-        portal.press(portalBus, "toggle-drawing", portal.session);
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
-    }
-
-    // Never stuck: the tray menu's "Stop Drawing" ends drawing too, as do Esc,
-    // the shortcut and the command line above. The menu names the shortcut
-    // the desktop bound.
-    void theTrayStopsDrawing() {
-        QVERIFY(run(binary(), {QStringLiteral("--start")}));
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("on"));
-        QVERIFY(tray.click(QStringLiteral("Stop Drawing   (Super+D)")));
-        QTRY_COMPARE(status(QStringLiteral("drawing")), QStringLiteral("off"));
+    void inkFadesOnceADelayIsSet() {
+        setSetting("fadeSeconds", 1); // the program follows its settings file
+        QVERIFY(showsOn({2180, 190, 40, 20}, blue, false) &&
+                showsOn({1780, 390, 40, 20}, red, false));
+        QCOMPARE(status("items"), "0");
     }
 
     void cleanupTestCase() {
-        run(binary(), {QStringLiteral("--quit")});
-        quillery.waitForFinished(5000);
-        QDBusConnection::disconnectFromBus("portal");
-        bus.terminate();
-        bus.waitForFinished(5000);
-        pointer.closeWriteChannel();
-        pointer.waitForFinished(5000);
         keyboard.kill();
         keyboard.waitForFinished(5000);
     }

@@ -5,8 +5,6 @@
 
 #include <QAbstractNativeEventFilter>
 #include <QGuiApplication>
-#include <QKeyEvent>
-#include <QThread>
 #include <QWindow>
 #include <QtTest>
 #include <X11/keysym.h>
@@ -17,33 +15,20 @@ class EventWatcher : public QAbstractNativeEventFilter {
 public:
     bool nativeEventFilter(const QByteArray&, void* message, qintptr*) override {
         const auto* event = static_cast<const xcb_generic_event_t*>(message);
-        const auto* client = reinterpret_cast<const xcb_client_message_event_t*>(event);
         const auto* key = reinterpret_cast<const xcb_key_press_event_t*>(event);
-        if ((event->response_type & ~0x80) == XCB_CLIENT_MESSAGE && client->type == markerType) {
+        const auto* client = reinterpret_cast<const xcb_client_message_event_t*>(event);
+        const bool marker =
+            (event->response_type & ~0x80) == XCB_CLIENT_MESSAGE && client->type == markerType;
+        if (marker)
             lastMarker = client->data.data32[0];
-            return true;
-        }
-        if ((event->response_type & ~0x80) == XCB_KEY_PRESS && key->event == key->root)
+        else if ((event->response_type & ~0x80) == XCB_KEY_PRESS && key->event == key->root)
             rootPresses += key->detail == watchedKeycode;
-        return false;
+        return marker;
     }
     xcb_atom_t markerType = XCB_ATOM_NONE;
     quint32 lastMarker = 0;
     xcb_keycode_t watchedKeycode = 0;
     int rootPresses = 0;
-};
-
-// A focused window that keeps what it is typed, as the shortcut recorder would.
-class KeyWindow : public QWindow {
-public:
-    QList<QPair<quint32, QString>> presses;
-
-protected:
-    void keyPressEvent(QKeyEvent* event) override {
-        if ((event->key() < Qt::Key_Shift || event->key() > Qt::Key_ScrollLock) &&
-            event->key() != Qt::Key_Super_L)
-            presses.append({HotKeyConfig::keyCodeFor(*event), HotKeyConfig::keyNameFor(*event)});
-    }
 };
 
 // The global shortcut on a real X server: xdotool types through XTEST, which
@@ -59,19 +44,10 @@ class X11HotKeyTest : public QObject {
     QWindow markerWindow;
     quint32 markerSerial = 0;
     int presses = 0;
-    bool allOnMainThread = true;
     QStringList keymapRestore;
 
     static HotKeyManager& manager() { return HotKeyManager::shared(); }
-    static HotKeyConfig ctrlAltKey(quint32 code, const QString& name = {}) {
-        return HotKeyConfig{code, HotKeyConfig::controlKey | HotKeyConfig::optionKey, name};
-    }
-    void countPresses() {
-        manager().onPress = [this] {
-            ++presses;
-            allOnMainThread &= QThread::currentThread() == QCoreApplication::instance()->thread();
-        };
-    }
+    const HotKeyConfig ctrlAltF{3, HotKeyConfig::controlKey | HotKeyConfig::optionKey, {}};
 
     // Returns once every event the server produced so far has been handled and
     // every press it queued has run.
@@ -108,12 +84,6 @@ class X11HotKeyTest : public QObject {
                 return parts[1].toInt();
         return 0;
     }
-    static void showFocused(KeyWindow& window) {
-        window.setGeometry(100, 100, 200, 200);
-        window.show();
-        window.requestActivate();
-        QVERIFY(QTest::qWaitForWindowActive(&window));
-    }
 
 private Q_SLOTS:
     void initTestCase() {
@@ -127,8 +97,7 @@ private Q_SLOTS:
     void init() {
         settings = std::make_unique<TestSettings>();
         presses = 0;
-        allOnMainThread = true;
-        countPresses();
+        manager().onPress = [this] { ++presses; };
     }
     void cleanup() {
         manager().unregister();
@@ -142,16 +111,13 @@ private Q_SLOTS:
         QVERIFY(settle());
     }
 
-    void pressesArriveOnceOnTheMainThreadWhateverTheLocks() {
+    void pressesArriveOnceWhateverTheLocks() {
         QVERIFY(manager().registerHotKey(HotKeyConfig::current()));
-        QCOMPARE(pressesFrom("ctrl+alt+d"), 1);
-        QCOMPARE(toggleLock("Caps_Lock"), uint16_t(XCB_MOD_MASK_LOCK));
-        QCOMPARE(pressesFrom("ctrl+alt+d"), 1);
-        QVERIFY(toggleLock("Num_Lock") != 0);
-        QCOMPARE(pressesFrom("ctrl+alt+d"), 1);
-        QCOMPARE(toggleLock("Caps_Lock"), uint16_t(XCB_MOD_MASK_LOCK));
-        QCOMPARE(pressesFrom("ctrl+alt+d"), 1);
-        QVERIFY(allOnMainThread);
+        for (const char* lock : {"", "Caps_Lock", "Num_Lock", "Caps_Lock"}) {
+            QVERIFY(!*lock || toggleLock(lock) != 0);
+            QCOMPARE(pressesFrom("ctrl+alt+d"), 1);
+        }
+        QCOMPARE(pressesFrom("ctrl+alt+shift+d d ctrl+d ctrl+alt+super+d"), 0);
 
         // A held key repeats at the server, but counts once.
         watcher.watchedKeycode = other.keycodeOf(XK_d);
@@ -161,21 +127,6 @@ private Q_SLOTS:
         QCOMPARE(presses, 5);
     }
 
-    void otherCombinationsAndSwallowedPressesReachNoWindow() {
-        KeyWindow window;
-        showFocused(window);
-        QVERIFY(manager().registerHotKey(HotKeyConfig::defaultShortcut()));
-        for (const char* keys : {"ctrl+alt+shift+d", "d", "ctrl+d", "ctrl+alt+super+d"})
-            QCOMPARE(pressesFrom(keys), 0);
-        QCOMPARE(window.presses.size(), 4); // typed into the window as usual
-        QCOMPARE(pressesFrom("ctrl+alt+d"), 1);
-        manager().onPress = nullptr;
-        QCOMPARE(pressesFrom("ctrl+alt+d"), 0); // swallowed
-        QCOMPARE(window.presses.size(), 4);
-        QCOMPARE(pressesFrom("x"), 0);
-        QCOMPARE(window.presses.size(), 5);
-    }
-
     void aShortcutHeldElsewhereIsRefusedAndLeavesNothing() {
         QVERIFY(manager().registerHotKey(HotKeyConfig::defaultShortcut()));
         QVERIFY(!other.grabKey(XK_d, ctrlAlt)); // ours, for every lock combination
@@ -183,23 +134,18 @@ private Q_SLOTS:
         // Only one lock combination of F is taken: what was grabbed before the
         // refusal is given back, and the old shortcut is gone too.
         QVERIFY(other.grabKey(XK_f, ctrlAlt | XCB_MOD_MASK_LOCK | XCB_MOD_MASK_2));
-        QVERIFY(!manager().registerHotKey(ctrlAltKey(3)));
+        QVERIFY(!manager().registerHotKey(ctrlAltF));
         QVERIFY(!manager().isRegistered());
-        QCOMPARE(pressesFrom("ctrl+alt+d"), 0);
-        QCOMPARE(pressesFrom("ctrl+alt+f"), 0);
         QVERIFY(other.grabKey(XK_f, ctrlAlt) && other.grabKey(XK_d, ctrlAlt));
         other.ungrabAll();
 
-        QVERIFY(manager().registerHotKey(ctrlAltKey(3)));
+        QVERIFY(manager().registerHotKey(ctrlAltF));
         QCOMPARE(pressesFrom("ctrl+alt+f"), 1);
         QVERIFY(manager().registerHotKey(HotKeyConfig::defaultShortcut())); // replaces it
-        QCOMPARE(pressesFrom("ctrl+alt+f"), 0);
-        QCOMPARE(pressesFrom("ctrl+alt+d"), 1);
+        QCOMPARE(pressesFrom("ctrl+alt+f ctrl+alt+d"), 1);
         manager().unregister();
-        QVERIFY(!manager().isRegistered());
         QCOMPARE(pressesFrom("ctrl+alt+d"), 0);
         QVERIFY(other.grabKey(XK_d, ctrlAlt | XCB_MOD_MASK_LOCK)); // released at once
-        manager().unregister();
     }
 
     // The grab follows the key to another keycode, and Num Lock to another modifier bit.
@@ -214,53 +160,6 @@ private Q_SLOTS:
         changeKeymap({"clear mod2", "add mod3 = Num_Lock"}, {"clear mod3", "add mod2 = Num_Lock"});
         QCOMPARE(toggleLock("Num_Lock"), uint16_t(XCB_MOD_MASK_3));
         QCOMPARE(pressesFrom("ctrl+alt+d"), 1);
-    }
-
-    // What the recorder gets from real typing; a key outside the table then
-    // survives the settings and works as the shortcut.
-    void keysAreRecordedFromTheKeyboard() {
-        KeyWindow window;
-        showFocused(window);
-        const int spare = spareKeycode();
-        changeKeymap({QStringLiteral("keycode %1 = eacute Eacute").arg(spare)},
-                     {QStringLiteral("keycode %1 = NoSymbol").arg(spare)});
-        QVERIFY(XDesktop::xdotool("key shift+1 F5 KP_End Pause eacute") && settle());
-        const QList<QPair<quint32, QString>> expected = {
-            {18, "1"}, {96, "F5"}, {83, "1"}, {0x8000ff13, "Key 2147548947"}, {0x800000e9, "É"}};
-        QCOMPARE(window.presses, expected);
-        for (const auto& [index, keys] : {std::pair(3, "ctrl+alt+Pause"), {4, "ctrl+alt+eacute"}}) {
-            ctrlAltKey(window.presses[index].first, window.presses[index].second).save();
-            QVERIFY(manager().registerHotKey(HotKeyConfig::current()));
-            QCOMPARE(pressesFrom(keys), 1);
-        }
-    }
-
-    // A keymap change that leaves the key where it was (as a device switch does)
-    // keeps the grabs as they are: presses sent while the keymap keeps changing
-    // (and this program keeps hearing of it) all arrive.
-    void pressesDuringKeymapChangesArrive() {
-        QVERIFY(manager().registerHotKey(HotKeyConfig::defaultShortcut()));
-        const int spare = spareKeycode();
-        QVERIFY(spare != 0);
-        keymapRestore.prepend(QStringLiteral("keycode %1 = NoSymbol").arg(spare));
-        QProcess changer;
-        changer.start("sh", {"-c", QStringLiteral("while :; do xmodmap -e 'keycode %1 = F13'; "
-                                                  "xmodmap -e 'keycode %1 = NoSymbol'; done")
-                                       .arg(spare)});
-        QVERIFY(changer.waitForStarted());
-        constexpr int rounds = 60;
-        QStringList arguments{"key", "--delay", "5"};
-        for (int i = 0; i < rounds; ++i)
-            arguments << "ctrl+alt+d";
-        const int before = presses;
-        QProcess sender;
-        sender.start("xdotool", arguments);
-        QTRY_VERIFY_WITH_TIMEOUT(sender.state() == QProcess::NotRunning, 30000);
-        changer.kill();
-        changer.waitForFinished();
-        QCOMPARE(sender.exitCode(), 0);
-        QVERIFY(settle());
-        QCOMPARE(presses - before, rounds);
     }
 };
 

@@ -1,298 +1,171 @@
-#include "Clock.h"
-#include "DrawingStore.h"
 #include "HotKeyManager.h"
-#include "NotificationCounter.h"
-#include "OverlayController.h"
-#include "OverlayView.h"
-#include "OverlayWindow.h"
-#include "OverlayWindows.h"
-#include "Settings.h"
-#include "TestSettings.h"
-#include "XTestTools.h"
+#include "OverlaySession.h"
 
 #include <QScreen>
 #include <QtTest>
 
-// Drawing mode on a real X server with a window manager: the windows the user
-// gets, real pointer drags and keys, click-through, fading out, and focus
-// going back to the application that had it.
+// Drawing mode on a real X server with a window manager and another
+// application: the windows the user gets, real pointer drags and keys,
+// click-through while ink fades, and the keyboard given back. What of the
+// keys needs a real keyboard and window: the layout's dead keys and Compose
+// through the platform's input method, input methods only while typing,
+// clicks ending a text. Every key's command is in tst_overlaykeymap.
 class OverlayControllerTest : public QObject {
     Q_OBJECT
 
     static constexpr double t0 = 5000.0;
+    OverlaySession session;
+    OverlayController& controller = session.controller;
+    DrawingStore& store = session.store;
 
-    OverlayController& controller = OverlayController::shared();
-    DrawingStore& store = controller.store();
-    std::unique_ptr<TestSettings> settings;
-
-    static WId id(const OverlayWindow* window) { return window->winId(); }
-
+    // Mapped or not, and taking clicks only while drawing.
     bool waitUntilMapped(bool mapped) {
         return QTest::qWaitFor([&] {
             return std::all_of(
-                overlayWindows().begin(), overlayWindows().end(),
-                [&](OverlayWindow* w) { return XServer::isViewable(id(w)) == mapped; });
+                overlayWindows().begin(), overlayWindows().end(), [&](OverlayWindow* w) {
+                    return XServer::isViewable(w->winId()) == mapped &&
+                           (XServer::inputShapeRectangles(w->winId()) > 0) == store.isDrawing();
+                });
         });
     }
-    bool waitForKeyboard(const OverlayWindow* window) {
-        return QTest::qWaitFor(
-            [&] { return XServer::inputFocus() == id(window) && window->view()->hasFocus(); });
+
+    OverlayView* view() const { return overlayWindows().front()->view(); }
+    // Drawing with the keyboard, typing a text.
+    void startTyping(const QString& text) {
+        controller.start();
+        QTRY_VERIFY(session.hasKeyboard(overlayWindows().front()));
+        store.setTool(Tool::text);
+        QTest::mouseClick(view(), Qt::LeftButton, {}, QPoint(50, 60));
+        QVERIFY(store.current() && store.current()->kind == Tool::text);
+        store.appendText(text);
     }
-    // Lets the fade timer run at a moment after every item has faded.
-    void fadeEverythingOut() { Clock::setFixedNow(t0 + 4.0 + DrawingStore::fadeDuration + 1); }
+    QString typed() const { return store.current() ? store.current()->text : QString(); }
+    // As an input method asks.
+    QVariant imQuery(Qt::InputMethodQuery query) const {
+        QInputMethodQueryEvent event(query);
+        QCoreApplication::sendEvent(view(), &event);
+        return event.value(query);
+    }
 
 private Q_SLOTS:
     void initTestCase() {
-        QVERIFY(XServer::connection());
-        settings = std::make_unique<TestSettings>();
+        HotKeyManager::shared().onPress = [this] { controller.toggle(); };
+        QVERIFY(HotKeyManager::shared().registerHotKey(HotKeyConfig::defaultShortcut()));
     }
-    void init() {
-        Clock::setFixedNow(t0);
-        store.setTool(Tool::pen);
-        store.setColorIndex(0);
-    }
-    void cleanup() {
-        controller.stop();
-        store.clear();
-        QVERIFY(!controller.isShown());
-        Clock::setFixedNow(std::nullopt);
-        XServer::waitForWindowManager();
-    }
+    void init() { session.reset(t0); }
+    void cleanup() { session.end(); }
 
-    void startCoversTheScreenAboveEverything() {
-        NotificationCounter changes(drawingStoreChanged);
-        NotificationCounter states(drawingStateChanged);
+    void startCoversEveryScreenAboveEverything() {
         controller.start();
-        QVERIFY(store.isDrawing());
-        QVERIFY(controller.isShown());
-        QCOMPARE(changes.take(), 1);
-        QCOMPARE(states.take(), 1);
+        QVERIFY(store.isDrawing() && controller.isShown());
         const QList<QScreen*> screens = QGuiApplication::screens();
         QCOMPARE(overlayWindows().size(), size_t(screens.size()));
         QVERIFY(waitUntilMapped(true));
         for (size_t i = 0; i < overlayWindows().size(); ++i) {
-            OverlayWindow* window = overlayWindows()[i];
-            QCOMPARE(XServer::geometry(id(window)), screens[i]->geometry());
-            QVERIFY(XServer::bypassesWindowManager(id(window)));
-            QVERIFY(XServer::inputShapeRectangles(id(window)) > 0);
-            QCOMPARE(window->view()->cursor().shape(), Qt::CrossCursor);
+            QCOMPARE(XServer::geometry(overlayWindows()[i]->winId()), screens[i]->geometry());
+            QVERIFY(XServer::attributes(overlayWindows()[i]->winId())->override_redirect);
         }
-
-        // A second start changes nothing: same windows, nothing announced.
-        const auto windows = overlayWindows();
-        controller.start();
-        QCOMPARE(overlayWindows(), windows);
-        QCOMPARE(changes.count + states.count, 0);
-
+        // The keyboard and a crosshair while drawing, the usual pointer afterwards.
+        QTRY_VERIFY(session.hasKeyboard(overlayWindows().front()));
+        QCOMPARE(view()->cursor().shape(), Qt::CrossCursor);
+        QVERIFY(XDesktop::xdotool("key r"));
+        QTRY_COMPARE(store.tool(), Tool::rect);
         controller.stop();
-        QVERIFY(!store.isDrawing());
         QVERIFY(!controller.isShown());
         QVERIFY(waitUntilMapped(false));
-        QCOMPARE(changes.take(), 1);
-        QCOMPARE(states.take(), 1);
-        // And a second stop does nothing either.
-        controller.stop();
-        QCOMPARE(changes.count + states.count, 0);
+        QCOMPARE(view()->cursor().shape(), Qt::ArrowCursor);
+        QVERIFY(!view()->testAttribute(Qt::WA_SetCursor));
     }
 
     void pointerDragBecomesAStroke() {
         controller.start();
         QVERIFY(waitUntilMapped(true));
-        NotificationCounter changes(drawingStoreChanged);
-        QVERIFY(XInput::drag({{100, 120}, {160, 170}, {230, 240}, {300, 260}}));
-        QTRY_COMPARE(store.items().size(), size_t(1));
-        const Item& stroke = store.items().front();
-        QCOMPARE(stroke.kind, Tool::pen);
-        QCOMPARE(stroke.points.front(), QPointF(100, 120));
-        QCOMPARE(stroke.points.back(), QPointF(300, 260));
-        QVERIFY(stroke.points.size() >= 2);
-        QCOMPARE(stroke.finishedAt, std::optional<double>(t0));
-        QVERIFY(changes.count >= 3);
-
         // Every point the pointer went through counts, however fast it came:
         // a corner stays a corner.
-        QVERIFY(XInput::drag({{600, 100}, {800, 100}, {800, 300}}));
-        QTRY_COMPARE(store.items().size(), size_t(2));
+        QVERIFY(XDesktop::drag({{600, 100}, {800, 100}, {800, 300}}, 0));
+        QTRY_COMPARE(store.items().size(), size_t(1));
         QCOMPARE(store.items().back().points,
                  (std::vector<QPointF>{{600, 100}, {800, 100}, {800, 300}, {800, 300}}));
-        store.undo();
-
-        // A rectangle, chosen with a real key press.
-        QVERIFY(XInput::key(QStringLiteral("r")));
-        QTRY_COMPARE(store.tool(), Tool::rect);
-        QVERIFY(XInput::drag({{400, 300}, {450, 330}, {520, 380}}));
-        QTRY_COMPARE(store.items().size(), size_t(2));
-        QCOMPARE(store.items().back().points,
-                 (std::vector<QPointF>{QPointF(400, 300), QPointF(520, 380)}));
+        QCOMPARE(store.items().back().finishedAt, std::optional<double>(t0));
     }
 
-    void windowUnderThePointerGetsTheKeys() {
-        PeerApp peer({50, 50, 400, 300}, Qt::darkGreen);
-        QVERIFY(peer.waitUntilActive());
-        QVERIFY(XInput::moveTo({900, 700}));
-        controller.start();
-        OverlayWindow* window = overlayWindows().front();
-        QVERIFY(waitForKeyboard(window));
-        // Keys typed now reach the overlay, not the application underneath.
-        QVERIFY(XInput::key(QStringLiteral("e")));
-        QTRY_COMPARE(store.tool(), Tool::ellipse);
-        QVERIFY(XInput::key(QStringLiteral("bracketright")));
-        QTRY_COMPARE(store.width(), 5.0);
-        QVERIFY(XInput::key(QStringLiteral("Escape")));
-        QTRY_VERIFY(!store.isDrawing());
-        QVERIFY(peer.takeLines().filter(QStringLiteral("key ")).isEmpty());
-    }
-
-    void staysAboveWindowsRaisedWhileDrawing() {
-        PeerApp peer({100, 100, 600, 400}, Qt::darkCyan);
-        QVERIFY(peer.waitUntilActive());
-        controller.start();
-        QVERIFY(waitUntilMapped(true));
-        QVERIFY(waitForKeyboard(overlayWindows().front()));
-        // Another application comes to the front by itself.
-        const QString window = QString::number(peer.window);
-        QVERIFY(XServer::run(QStringLiteral("xdotool"), {QStringLiteral("windowraise"), window}));
-        QVERIFY(XServer::run(QStringLiteral("xdotool"),
-                             {QStringLiteral("set_window"), QStringLiteral("--urgency"),
-                              QStringLiteral("1"), window}));
-        QVERIFY(XInput::click({300, 300}));
-        QTRY_COMPARE(store.items().size(), size_t(1));
-        QVERIFY(peer.takeLines().filter(QStringLiteral("press")).isEmpty());
-    }
-
-    void keyboardComesBackFromTheWindowManagerButNotFromAnApplication() {
-        PeerApp peer({100, 100, 300, 200}, Qt::darkYellow);
-        QVERIFY(peer.waitUntilActive());
-        controller.start();
-        OverlayWindow* window = overlayWindows().front();
-        QVERIFY(waitForKeyboard(window));
-        // The window manager hands the keyboard to a window of its own, as
-        // when another of our windows has just gone.
-        const WId windowManager = XServer::windowManagerWindow();
-        QVERIFY(windowManager != 0);
-        XServer::setInputFocus(windowManager);
-        QTRY_COMPARE(XServer::inputFocus(), window->winId());
-        QVERIFY(XInput::key(QStringLiteral("h")));
-        QTRY_COMPARE(store.tool(), Tool::highlighter);
-
-        // The user switches to an application: it keeps the keyboard.
-        QVERIFY(peer.waitUntilActive());
-        QTest::qWait(600); // longer than Qt waits before it reports the loss
-        QCOMPARE(XServer::inputFocus(), peer.window);
-        QVERIFY(XInput::key(QStringLiteral("p")));
-        QVERIFY(peer.waitForLine(QStringLiteral("key p")));
-        QCOMPARE(store.tool(), Tool::highlighter);
-    }
-
-    void theShortcutStillWorksWhileTheOverlayHasTheKeys() {
-        HotKeyManager& hotKey = HotKeyManager::shared();
-        hotKey.onPress = [this] { controller.toggle(); };
-        QVERIFY(hotKey.registerHotKey(HotKeyConfig::defaultShortcut()));
-        QVERIFY(XInput::key(QStringLiteral("ctrl+alt+d")));
-        QTRY_VERIFY(store.isDrawing());
-        QVERIFY(waitForKeyboard(overlayWindows().front()));
-        QVERIFY(XInput::key(QStringLiteral("a")));
-        QTRY_COMPARE(store.tool(), Tool::arrow);
-        QVERIFY(XInput::key(QStringLiteral("ctrl+alt+d")));
-        QTRY_VERIFY(!store.isDrawing());
-        hotKey.unregister();
-        hotKey.onPress = nullptr;
-    }
-
-    void previousWindowIsActiveAgainAfterStop() {
-        auto peer = std::make_unique<PeerApp>(QRect(100, 100, 300, 200), Qt::darkBlue);
-        QVERIFY(peer->waitUntilActive());
-        QVERIFY(peer->waitForLine(QStringLiteral("focus in")));
-        controller.start();
-        QVERIFY(waitForKeyboard(overlayWindows().front()));
-        // Ink left on screen keeps the overlay mapped, so nothing but the
-        // controller gives the keyboard back.
-        store.begin({10, 10});
-        store.finishStroke({50, 50});
-        controller.stop();
-        QVERIFY(controller.isShown());
-        QTRY_COMPARE(XServer::activeWindow(), peer->window);
-        QTRY_COMPARE(XServer::inputFocus(), peer->window);
-        QVERIFY(XInput::key(QStringLiteral("k")));
-        QVERIFY(peer->waitForLine(QStringLiteral("key k")));
-        // A second stop activates nothing.
-        controller.stop();
-        QCOMPARE(XServer::activeWindow(), peer->window);
-
-        // When that window has gone by the time drawing stops, our windows
-        // don't keep the keyboard either.
-        controller.start();
-        QVERIFY(waitForKeyboard(overlayWindows().front()));
-        const WId gone = peer->window;
-        peer.reset();
-        QTRY_VERIFY(!XServer::exists(gone));
-        controller.stop();
-        QVERIFY(controller.isShown());
-        for (OverlayWindow* window : overlayWindows())
-            QVERIFY(XServer::inputFocus() != id(window));
-    }
-
-    void clicksPassThroughWhileItemsFade() {
+    // Started and stopped with the shortcut over another application: the
+    // overlay takes the keys and the clicks; afterwards the ink lets clicks
+    // through and the application has the keyboard again.
+    void overAnotherApplication() {
         PeerApp peer({200, 200, 500, 400}, Qt::darkRed);
         QVERIFY(peer.waitUntilActive());
-        controller.start();
-        QVERIFY(waitUntilMapped(true));
-        // While drawing, the overlay takes the click.
-        QVERIFY(XInput::drag({{300, 300}, {400, 350}}));
+        QVERIFY(XDesktop::xdotool("mousemove 900 700"));
+        QVERIFY(XDesktop::xdotool("key ctrl+alt+d"));
+        QTRY_VERIFY(store.isDrawing());
+        QTRY_VERIFY(session.hasKeyboard(overlayWindows().front()));
+        QVERIFY(XDesktop::xdotool("key h bracketright"));
+        QTRY_COMPARE(store.width(), 7.0);
+        QVERIFY(XDesktop::drag({{300, 300}, {400, 350}}));
         QTRY_COMPARE(store.items().size(), size_t(1));
-        QVERIFY(XInput::click({600, 500}));
-        QTRY_COMPARE(store.items().size(), size_t(2)); // a dot
-        QVERIFY(peer.takeLines().filter(QStringLiteral("press")).isEmpty());
+        QCOMPARE(store.items().front().kind, Tool::highlighter);
+        QVERIFY(!peer.tookLine("press") && !peer.tookLine("key"));
 
-        controller.stop();
+        QVERIFY(XDesktop::xdotool("key ctrl+alt+d"));
+        QTRY_VERIFY(!store.isDrawing());
         QVERIFY(controller.isShown());
-        for (OverlayWindow* window : overlayWindows()) {
-            QVERIFY(window->isVisible());
-            QVERIFY(XServer::isViewable(id(window)));
-            QCOMPARE(XServer::inputShapeRectangles(id(window)), 0);
-            QCOMPARE(window->view()->cursor().shape(), Qt::ArrowCursor);
-        }
+        QVERIFY(waitUntilMapped(true));
+        QTRY_COMPARE(XServer::inputFocus(), peer.window);
+        QCOMPARE(XServer::activeWindow(), peer.window);
+        QVERIFY(XDesktop::xdotool("key k"));
+        QVERIFY(peer.waitForLine("key k"));
         // Right over the ink, the click reaches the application underneath.
-        QVERIFY(XInput::click({350, 325}));
-        QVERIFY(peer.waitForLine(QStringLiteral("press 350 325")));
-        QCOMPARE(store.items().size(), size_t(2));
+        QVERIFY(XDesktop::xdotool("mousemove 350 325 click 1"));
+        QVERIFY(peer.waitForLine("press 350 325"));
+        // The overlay doesn't take the keyboard back from the application.
+        QVERIFY(!QTest::qWaitFor([&] { return XServer::inputFocus() != peer.window; }, 1000));
 
         // When the last item has faded, the windows leave the screen.
-        fadeEverythingOut();
-        QTRY_VERIFY(store.items().empty());
-        QTRY_VERIFY(!controller.isShown());
+        Clock::setFixedNow(t0 + 10);
+        QTRY_VERIFY(store.items().empty() && !controller.isShown());
         QVERIFY(waitUntilMapped(false));
-        for (OverlayWindow* window : overlayWindows())
-            QVERIFY(!window->isVisible());
     }
 
-    void startWhileFadingTakesTheMouseAgain() {
-        controller.start();
-        QVERIFY(XInput::drag({{100, 100}, {200, 200}}));
-        QTRY_COMPARE(store.items().size(), size_t(1));
-        controller.stop();
-        QVERIFY(controller.isShown());
-        const auto fadingWindows = overlayWindows();
-        controller.start();
-        // New windows, taking the mouse, with the old items still there.
-        QVERIFY(overlayWindows() != fadingWindows);
-        QCOMPARE(store.items().size(), size_t(1));
-        QVERIFY(waitUntilMapped(true));
-        for (OverlayWindow* window : overlayWindows())
-            QVERIFY(XServer::inputShapeRectangles(id(window)) > 0);
-        QVERIFY(XInput::drag({{500, 100}, {600, 200}}));
-        QTRY_COMPARE(store.items().size(), size_t(2));
-        // The old windows are gone, not merely hidden.
-        QTRY_COMPARE(findOverlayWindows(), overlayWindows().size());
+    // An international layout's dead key and a Compose key, then the keypad's Enter.
+    void deadKeysComposeAndKeypadEnterFromTheKeyboard() {
+        QVERIFY(!XDesktop::run("setxkbmap",
+                               {"-layout", "us", "-variant", "intl", "-option", "compose:menu"})
+                     .isNull());
+        startTyping(QStringLiteral("ab"));
+        QVERIFY(XDesktop::xdotool("key dead_acute e Multi_key o c"));
+        QTRY_COMPARE(typed(), QStringLiteral("abé©"));
+        QVERIFY(XDesktop::xdotool("key KP_Enter"));
+        QTRY_VERIFY(!store.current());
+        QCOMPARE(store.items().back().text, QStringLiteral("abé©"));
+        QVERIFY(!XDesktop::run("setxkbmap", {"-layout", "us"}).isNull());
     }
 
-private:
-    static size_t findOverlayWindows() {
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        size_t count = 0;
-        for (QWidget* widget : QApplication::topLevelWidgets())
-            count += qobject_cast<OverlayWindow*>(widget) != nullptr;
-        return count;
+    // While drawing, letters are commands; what an input method composes is typed.
+    void inputMethodsHelpOnlyWhileTyping() {
+        startTyping(QStringLiteral("ab"));
+        QVERIFY(imQuery(Qt::ImEnabled).toBool());
+        QInputMethodEvent composed;
+        composed.setCommitString(QStringLiteral("é"));
+        QCoreApplication::sendEvent(view(), &composed);
+        QCOMPARE(typed(), QStringLiteral("abé"));
+        QVERIFY(XDesktop::xdotool("key Return"));
+        QTRY_VERIFY(!imQuery(Qt::ImEnabled).toBool());
+    }
+
+    void clicksWhileTyping() {
+        startTyping(QStringLiteral("one"));
+        // Another click with the text tool commits and starts a new text there.
+        QTest::mouseClick(view(), Qt::LeftButton, {}, QPoint(200, 210));
+        QCOMPARE(store.items().back().text, QStringLiteral("one"));
+        QCOMPARE(store.current()->points.front(), QPointF(200, 210));
+        store.appendText(QStringLiteral("two"));
+        // With another tool, the click commits the text and starts a stroke.
+        store.setTool(Tool::rect);
+        QTest::mousePress(view(), Qt::LeftButton, {}, QPoint(300, 300));
+        QCOMPARE(store.items().back().text, QStringLiteral("two"));
+        QTest::mouseRelease(view(), Qt::LeftButton, {}, QPoint(340, 330));
+        QCOMPARE(store.items().back().points,
+                 (std::vector<QPointF>{QPointF(300, 300), QPointF(340, 330)}));
     }
 };
 

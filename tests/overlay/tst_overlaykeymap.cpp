@@ -1,78 +1,121 @@
-#include "OverlayKeyMap.h"
+#include "DrawingStore.h"
+#include "OverlayScene.h"
+#include "Settings.h"
+#include "TestSettings.h"
 
+#include <QKeySequence>
 #include <QtTest>
 
-// Drawing mode's keys as one table: key, text, modifiers, whether a text is
-// being typed, and the command that must come of it. No display needed.
+// Every key of drawing mode, pressed on an overlay's scene, and what it did to
+// the drawing: tool, colour, width, items, typed text, hint bar, stop. No
+// display needed; tst_overlaycontroller types the keys that need a real keyboard.
 class OverlayKeyMapTest : public QObject {
     Q_OBJECT
 
+    std::unique_ptr<TestSettings> settings;
+    std::unique_ptr<DrawingStore> store;
+    std::unique_ptr<OverlayScene> scene;
+    bool stopped = false;
+
+    // A key as the keyboard reports it, from its portable name ("Shift+E",
+    // "Num+5" on the keypad): Qt's key, modifiers and the text it types.
+    static KeyPress keyPress(const QString& name) {
+        const QKeyCombination combination = QKeySequence::fromString(name)[0];
+        const int key = combination.key();
+        const Qt::KeyboardModifiers modifiers = combination.keyboardModifiers();
+        const QMap<int, QString> controlKeys{{Qt::Key_Tab, "\t"},       {Qt::Key_Escape, "\x1b"},
+                                             {Qt::Key_Return, "\r"},    {Qt::Key_Enter, "\r"},
+                                             {Qt::Key_Backspace, "\b"}, {Qt::Key_Delete, "\x7f"}};
+        QString text = controlKeys.value(key);
+        if (modifiers & Qt::ControlModifier && key >= Qt::Key_A && key <= Qt::Key_Z)
+            text = QChar(key - Qt::Key_A + 1);
+        else if (key < Qt::Key_Escape && !(modifiers & Qt::AltModifier))
+            text = modifiers & Qt::ShiftModifier ? QChar(key) : QChar(key).toLower();
+        return {key, text, modifiers};
+    }
+
+    QString state() const {
+        QStringList items;
+        for (const Item& item : store->items())
+            items << (item.text.isEmpty() ? QString::number(item.id) : item.text);
+        QString state = QStringLiteral("%1 %2 %3 [%4]")
+                            .arg(rawValue(store->tool()))
+                            .arg(store->colorIndex() + 1)
+                            .arg(store->width())
+                            .arg(items.join(u' '));
+        if (store->current())
+            state += QStringLiteral(" typing ") + store->current()->text;
+        if (!Settings::shared().hudVisible())
+            state += QStringLiteral(" no-bar");
+        return state + (stopped ? QStringLiteral(" stopped") : QString());
+    }
+
 private Q_SLOTS:
+    void init() {
+        settings = std::make_unique<TestSettings>();
+        store = std::make_unique<DrawingStore>();
+        scene = std::make_unique<OverlayScene>(*store);
+        stopped = false;
+        // As the controller does.
+        connect(scene.get(), &OverlayScene::stopRequested, this, [this] {
+            stopped = true;
+            store->setDrawing(false);
+        });
+        store->setDrawing(true);
+        for (int i = 0; i < 3; ++i) {
+            store->begin({10.0 * i, 10});
+            store->finishStroke({10.0 * i + 50, 60});
+        }
+        store->setColorIndex(2);
+        store->setWidth(3.5);
+    }
+
     void keys_data() {
-        using A = OverlayCommand::Action;
-        QTest::addColumn<int>("key");
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("modifiers");
         QTest::addColumn<bool>("typing");
-        QTest::addColumn<int>("action");
-        QTest::addColumn<int>("tool");
-        QTest::addColumn<qint64>("number");
-        QTest::addColumn<QString>("typed");
-        const int shift = Qt::ShiftModifier, ctrl = Qt::ControlModifier, alt = Qt::AltModifier;
-        const auto row = [](const char* name, int key, QString text, int modifiers, bool typing,
-                            A action, Tool tool = Tool::pen, qint64 number = 0,
-                            QString typed = {}) {
-            QTest::newRow(name) << key << text << modifiers << typing << int(action) << int(tool)
-                                << number << typed;
+        QTest::addColumn<QString>("keys");
+        QTest::addColumn<QString>("after");
+        const auto row = [](bool typing, const QString& keys, const char* after) {
+            QTest::newRow(qPrintable((typing ? "typing " : "") + keys))
+                << typing << keys << QString(after);
         };
-        row("p", Qt::Key_P, "p", 0, false, A::selectTool, Tool::pen);
-        row("Shift+A", Qt::Key_A, "A", shift, false, A::selectTool, Tool::arrow);
-        row("e", Qt::Key_E, "e", 0, false, A::selectTool, Tool::ellipse);
-        row("r with Alt", Qt::Key_R, "", alt, false, A::selectTool, Tool::rect);
-        row("h", Qt::Key_H, "h", 0, false, A::selectTool, Tool::highlighter);
-        row("t", Qt::Key_T, "t", 0, false, A::selectTool, Tool::text);
-        row("1", Qt::Key_1, "1", 0, false, A::selectColor, Tool::pen, 1);
-        row("6", Qt::Key_6, "6", 0, false, A::selectColor, Tool::pen, 6);
-        row("7: no colour, still asked", Qt::Key_7, "7", 0, false, A::selectColor, Tool::pen, 7);
-        row("Shift+1 is !", Qt::Key_Exclam, "!", shift, false, A::none);
-        row("[", Qt::Key_BracketLeft, "[", 0, false, A::narrower);
-        row("]", Qt::Key_BracketRight, "]", 0, false, A::wider);
-        row("u", Qt::Key_U, "u", 0, false, A::undo);
-        row("Shift+U", Qt::Key_U, "U", shift, false, A::undo);
-        row("Ctrl+Z", Qt::Key_Z, "\x1a", ctrl, false, A::undo);
-        row("Ctrl+C does nothing", Qt::Key_C, "\x03", ctrl, false, A::none);
-        row("c", Qt::Key_C, "c", 0, false, A::clear);
-        row("Tab", Qt::Key_Tab, "\t", 0, false, A::toggleHintBar);
-        row("Esc", Qt::Key_Escape, "\x1b", 0, false, A::stop);
-        row("Ctrl+Shift+Esc", Qt::Key_Escape, "", ctrl | shift, false, A::stop);
-        row("F5", Qt::Key_F5, "", 0, false, A::none);
-        row("x", Qt::Key_X, "x", 0, false, A::none);
-        row("typing c", Qt::Key_C, "c", 0, true, A::typeText, Tool::pen, 0, "c");
-        row("typing é", Qt::Key_Eacute, "é", 0, true, A::typeText, Tool::pen, 0, "é");
-        row("typing Tab", Qt::Key_Tab, "\t", 0, true, A::none);
-        row("typing a private-use key", Qt::Key_Up, QString(QChar(0xf700)), 0, true, A::none);
-        row("typing Ctrl+A", Qt::Key_A, "\x01", ctrl, true, A::none);
-        row("typing Return", Qt::Key_Return, "\r", 0, true, A::commitText);
-        row("typing keypad Enter", Qt::Key_Enter, "\r", 0, true, A::commitText);
-        row("typing Backspace", Qt::Key_Backspace, "\b", 0, true, A::deleteCharacter);
-        row("typing Esc", Qt::Key_Escape, "\x1b", 0, true, A::stop);
+        row(false, "A", "arrow 3 3.5 [1 2 3]");
+        row(false, "H", "highlighter 3 3.5 [1 2 3]");
+        row(false, "T", "text 3 3.5 [1 2 3]");
+        row(false, "A P", "pen 3 3.5 [1 2 3]");
+        row(false, "Shift+E", "ellipse 3 3.5 [1 2 3]");
+        row(false, "Alt+R", "rect 3 3.5 [1 2 3]");
+        row(false, "6", "pen 6 3.5 [1 2 3]");
+        row(false, "Num+5", "pen 5 3.5 [1 2 3]");
+        row(false, "7 0 Num+0 Shift+!", "pen 3 3.5 [1 2 3]");
+        row(false, "[ [", "pen 3 2 [1 2 3]");
+        row(false, QString("] ").repeated(13), "pen 3 16 [1 2 3]");
+        row(false, "Shift+U Ctrl+Z", "pen 3 3.5 [1]");
+        row(false, "C", "pen 3 3.5 []");
+        row(false, "Ctrl+C Ctrl+P Ctrl+U", "pen 3 3.5 [1 2 3]");
+        row(false, "X Q Space / F5 Left Return Backspace", "pen 3 3.5 [1 2 3]");
+        row(false, "Tab", "pen 3 3.5 [1 2 3] no-bar");
+        row(false, "Ctrl+Shift+Esc", "pen 3 3.5 [1 2 3] stopped");
+        row(false, "Esc C 1 [ Tab", "pen 3 3.5 [1 2 3] stopped");
+        row(true, "C U P 1 [ Shift+H É", "text 3 3.5 [1 2 3] typing abcup1[Hé");
+        row(true, "Tab F5 Left Del Ctrl+Z Ctrl+A Backspace", "text 3 3.5 [1 2 3] typing a");
+        row(true, "Return", "text 3 3.5 [1 2 3 ab]");
+        row(true, "Num+Enter C", "text 3 3.5 []");
+        row(true, "Esc", "text 3 3.5 [1 2 3] typing ab stopped");
     }
     void keys() {
-        QFETCH(int, key);
-        QFETCH(QString, text);
-        QFETCH(int, modifiers);
         QFETCH(bool, typing);
-        QFETCH(int, action);
-        QFETCH(int, tool);
-        QFETCH(qint64, number);
-        QFETCH(QString, typed);
-        const OverlayCommand command =
-            OverlayKeyMap::commandFor({key, text, Qt::KeyboardModifiers(modifiers)}, typing);
-        QCOMPARE(int(command.action), action);
-        QCOMPARE(command,
-                 (OverlayCommand{OverlayCommand::Action(action), Tool(tool), number, typed}));
+        QFETCH(QString, keys);
+        QFETCH(QString, after);
+        if (typing) {
+            store->setTool(Tool::text);
+            store->beginText({50, 60});
+            store->appendText(QStringLiteral("ab"));
+        }
+        for (const QString& key : keys.split(u' ', Qt::SkipEmptyParts))
+            scene->keyPressed(keyPress(key));
+        QCOMPARE(state(), after);
     }
 };
 
-QTEST_GUILESS_MAIN(OverlayKeyMapTest)
+QTEST_MAIN(OverlayKeyMapTest)
 #include "tst_overlaykeymap.moc"

@@ -10,23 +10,20 @@ inline bool near(qreal actual, qreal expected, qreal tolerance) {
     return std::abs(actual - expected) <= tolerance;
 }
 
+// Each edge within tolerance of the other's.
 inline bool near(const QRectF& actual, const QRectF& expected, qreal tolerance) {
-    return near(actual.left(), expected.left(), tolerance) &&
-           near(actual.top(), expected.top(), tolerance) &&
-           near(actual.right(), expected.right(), tolerance) &&
-           near(actual.bottom(), expected.bottom(), tolerance);
+    const QMarginsF slack(tolerance, tolerance, tolerance, tolerance);
+    return (expected + slack).contains(actual) && (actual + slack).contains(expected);
 }
 
-// For failure messages.
 inline QByteArray describe(const QRectF& rect) {
     QString text;
     QDebug(&text) << rect;
     return text.toUtf8();
 }
 
-// A transparent surface for checking real pixels: the part of the virtual
-// desktop that starts at `origin`, as an overlay on that screen shows it, at a
-// device pixel ratio. Lookups take virtual-desktop points.
+// Real pixels of the desktop from `origin` on, as an overlay on that screen
+// shows them at a device pixel ratio. Lookups take virtual-desktop points.
 class Canvas {
 public:
     Canvas(QSizeF size, qreal dpr, QPointF origin = {})
@@ -49,29 +46,20 @@ public:
     int alphaAt(QPointF point) const { return qAlpha(at(point)); }
     bool isBlank() const { return inkBox().isEmpty(); }
 
-    // Calls visit(pixel) for each device pixel within area, or everywhere.
-    void forEachPixel(const QRectF& area, const std::function<void(QRgb, QPoint)>& visit) const {
-        QRect pixels = image.rect();
-        if (!area.isNull())
-            pixels &= QRectF((area.topLeft() - origin) * dpr, area.size() * dpr).toAlignedRect();
+    // The smallest rect that holds every pixel passing `counts` (by default any
+    // that is not fully transparent).
+    QRectF inkBox(const std::function<bool(QRgb)>& counts = [](QRgb p) {
+        return qAlpha(p) > 0;
+    }) const {
+        const QRect pixels = image.rect();
+        QRect found;
         for (int y = pixels.top(); y <= pixels.bottom(); ++y)
             for (int x = pixels.left(); x <= pixels.right(); ++x)
-                visit(image.pixel(x, y), QPoint(x, y));
-    }
-
-    // The smallest rect that holds every pixel passing `counts` (by default any
-    // that is not fully transparent), within `area` if it is given.
-    QRectF inkBox(
-        const std::function<bool(QRgb)>& counts = [](QRgb p) { return qAlpha(p) > 0; },
-        const QRectF& area = {}) const {
-        QRect found;
-        forEachPixel(area, [&](QRgb pixel, QPoint at) {
-            if (counts(pixel))
-                found |= QRect(at, QSize(1, 1));
-        });
-        if (found.isNull())
-            return {};
-        return QRectF(QPointF(found.topLeft()) / dpr + origin, QSizeF(found.size()) / dpr);
+                if (counts(image.pixel(x, y)))
+                    found |= QRect(x, y, 1, 1);
+        return found.isNull()
+                   ? QRectF()
+                   : QRectF(QPointF(found.topLeft()) / dpr + origin, QSizeF(found.size()) / dpr);
     }
 
     QImage image;

@@ -1,13 +1,12 @@
 #include "Canvas.h"
-#include "DrawingStore.h"
 #include "PaletteColor.h"
 #include "Renderer.h"
 
 #include <QtTest>
 
-// Every kind of annotation paints only within its bounds, which partial
-// repaints rely on. With QUILLERY_SAMPLE_PNG set to a path, the scene is also
-// drawn over a plain desktop with the hint bar and written there (docs/sample.png).
+// What partial repaints rely on, for every kind: ink within its bounds, and
+// drawn within an area, the same there as whole. QUILLERY_SAMPLE_PNG=path also
+// writes the scene over a plain desktop there (docs/sample.png).
 class SampleSceneTest : public QObject {
     Q_OBJECT
 
@@ -21,7 +20,6 @@ class SampleSceneTest : public QObject {
                      const QString& text = {}) {
         return Item{kind, std::move(points), paletteColor(colour).color, width, text, {}};
     }
-
     static std::vector<Drawn> scene() {
         std::vector<QPointF> wave, loop;
         for (int i = 0; i <= 120; ++i)
@@ -47,22 +45,42 @@ class SampleSceneTest : public QObject {
     }
 
 private Q_SLOTS:
+    void everyKindPaintsWithinItsBounds_data() {
+        QTest::addColumn<qreal>("dpr");
+        for (const qreal dpr : {1.0, 1.5, 2.0})
+            QTest::addRow("%gx", dpr) << dpr;
+    }
     void everyKindPaintsWithinItsBounds() {
-        for (qreal dpr : {1.0, 2.0}) {
-            for (const Drawn& drawn : scene()) {
-                const QRectF bounds = Renderer::itemBounds(drawn.item, drawn.editing);
-                Canvas canvas(bounds.size() + QSizeF(40, 40), dpr,
-                              bounds.topLeft() - QPointF(20, 20));
-                canvas.paint(
-                    [&](QPainter& p) { Renderer::draw(p, drawn.item, 1.0, drawn.editing); });
-                const QRectF ink = canvas.inkBox();
-                const qreal slack = drawn.item.kind == Tool::text ? drawn.item.width : 2.5;
-                QVERIFY2(!ink.isEmpty() && bounds.contains(ink) &&
-                             ink.adjusted(-slack, -slack, slack, slack).contains(bounds),
-                         describe(ink) + describe(bounds));
-            }
+        QFETCH(qreal, dpr);
+        for (const Drawn& drawn : scene()) {
+            const QRectF bounds = Renderer::itemBounds(drawn.item, drawn.editing);
+            Canvas whole(bounds.size() + QSizeF(40, 40), dpr, bounds.topLeft() - QPointF(20, 20));
+            whole.paint([&](QPainter& p) { Renderer::draw(p, drawn.item, 0.8, drawn.editing); });
+            const QRectF ink = whole.inkBox();
+            const qreal slack = drawn.item.kind == Tool::text ? drawn.item.width : 2.5;
+            QVERIFY2(!ink.isEmpty() && bounds.contains(ink) &&
+                         ink.adjusted(-slack, -slack, slack, slack).contains(bounds),
+                     describe(ink) + describe(bounds));
+            // An area whose left edge cuts through the leftmost ink.
+            const QRectF area(bounds.left() + drawn.item.width + 2, bounds.top(), 9,
+                              bounds.height());
+            Canvas part(whole.image.size() / dpr, dpr, whole.origin);
+            part.paint([&](QPainter& p) {
+                p.setClipRect(area);
+                Renderer::drawWithin(p, drawn.item, 0.8, drawn.editing, area);
+            });
+            const QRect inside =
+                QRectF((area.topLeft() - whole.origin) * dpr, area.size() * dpr).toAlignedRect();
+            QVERIFY2(part.image.copy(inside.adjusted(2, 2, -2, -2)) ==
+                         whole.image.copy(inside.adjusted(2, 2, -2, -2)),
+                     describe(area));
         }
+    }
 
+    void writesTheSamplePicture() {
+        const QString target = qEnvironmentVariable("QUILLERY_SAMPLE_PNG");
+        if (target.isEmpty())
+            QSKIP("QUILLERY_SAMPLE_PNG names no file to write");
         QImage picture(1280, 720, QImage::Format_ARGB32_Premultiplied);
         picture.fill(QColor(0x6b, 0x70, 0x78));
         QPainter painter(&picture);
@@ -76,12 +94,8 @@ private Q_SLOTS:
             painter.drawLine(130, y, 560, y);
         for (const Drawn& drawn : scene())
             Renderer::draw(painter, drawn.item, drawn.alpha, drawn.editing);
-        DrawingStore store;
-        store.setTool(Tool::highlighter);
-        store.setColorIndex(1);
-        Renderer::drawHUD(painter, picture.rect(), store.tool(), store.colorIndex());
-        if (const QString target = qEnvironmentVariable("QUILLERY_SAMPLE_PNG"); !target.isEmpty())
-            QVERIFY2(picture.save(target, "PNG"), qPrintable(target));
+        Renderer::drawHUD(painter, picture.rect(), Tool::highlighter, 1);
+        QVERIFY2(picture.save(target, "PNG"), qPrintable(target));
     }
 };
 

@@ -12,8 +12,6 @@ public:
                                  DrawingStore& store = DrawingStore::shared())
         : connection(QObject::connect(&store, notice, [this] { ++count; })) {}
     ~NotificationCounter() { QObject::disconnect(connection); }
-    NotificationCounter(const NotificationCounter&) = delete;
-    NotificationCounter& operator=(const NotificationCounter&) = delete;
 
     int take() {
         const int seen = count;

@@ -11,31 +11,14 @@
 // documented org.freedesktop.portal.GlobalShortcuts interface (requests
 // answered through Request objects, the desktop's own choice of trigger,
 // Activated signals) and records what it was asked.
-struct Shortcut {
-    QString id;
-    QVariantMap properties;
-};
-Q_DECLARE_METATYPE(Shortcut)
-inline QDBusArgument& operator<<(QDBusArgument& argument, const Shortcut& shortcut) {
-    argument.beginStructure();
-    argument << shortcut.id << shortcut.properties;
-    argument.endStructure();
-    return argument;
-}
-inline const QDBusArgument& operator>>(const QDBusArgument& argument, Shortcut& shortcut) {
-    argument.beginStructure();
-    argument >> shortcut.id >> shortcut.properties;
-    argument.endStructure();
-    return argument;
-}
+using Shortcut = QPair<QString, QVariantMap>; // an id and its properties
 
 class PortalService : public QDBusVirtualObject {
 public:
     static constexpr const char* path = "/org/freedesktop/portal/desktop";
     QStringList calls;
     QString session;
-    QString boundAs = QStringLiteral("Super+D"); // the desktop decides, not the program
-    uint answer = 0;                             // 0 granted, 1 cancelled, 2 refused
+    uint answer = 0; // 0 granted, 1 cancelled, 2 refused
 
     // Once, before the first call.
     static void registerTypes() {
@@ -50,12 +33,11 @@ public:
             return true;
         }
         const QVariantMap options = qdbus_cast<QVariantMap>(call.arguments().last());
-        QString sender = call.service().mid(1);
-        sender.replace(u'.', u'_');
+        const QString sender = call.service().mid(1).replace(u'.', u'_');
         const QString request = QStringLiteral("%1/request/%2/%3")
                                     .arg(path, sender, options.value("handle_token").toString());
         bus.send(call.createReply(QVariant::fromValue(QDBusObjectPath(request))));
-        QVariantMap results;
+        QVariantMap results; // the desktop chooses the trigger, not the program
         if (call.member() == "CreateSession") {
             session = QStringLiteral("%1/session/%2/%3")
                           .arg(path, sender, options.value("session_handle_token").toString());
@@ -66,10 +48,10 @@ public:
             QList<Shortcut> bound;
             for (const Shortcut& shortcut : asked) {
                 calls << QStringLiteral("BindShortcuts %1 %2 \"%3\"")
-                             .arg(shortcut.id,
-                                  shortcut.properties.value("preferred_trigger").toString(),
-                                  shortcut.properties.value("description").toString());
-                bound << Shortcut{shortcut.id, {{"trigger_description", boundAs}}};
+                             .arg(shortcut.first,
+                                  shortcut.second.value("preferred_trigger").toString(),
+                                  shortcut.second.value("description").toString());
+                bound << Shortcut{shortcut.first, {{"trigger_description", "Super+D"}}};
             }
             results.insert("shortcuts", QVariant::fromValue(bound));
         }

@@ -7,7 +7,6 @@
 #include <QSaveFile>
 #include <QSettings>
 #include <QTemporaryDir>
-#include <QtGlobal>
 
 // Points the settings at a fresh temporary directory for the lifetime of the
 // object, so no test sees another's values or the user's own file.

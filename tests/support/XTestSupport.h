@@ -1,14 +1,18 @@
 #pragma once
 
+#include <QGuiApplication>
 #include <QImage>
 #include <QMap>
 #include <QProcess>
 #include <QRect>
 #include <QStringList>
 #include <QTest>
+#include <QWidget>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
+#include <xcb/shape.h>
 #include <xcb/xcb.h>
 #include <xcb/xcb_keysyms.h>
 
@@ -32,14 +36,21 @@ inline bool xdotool(const QString& arguments) {
     return !run(QStringLiteral("xdotool"), arguments.split(u' ', Qt::SkipEmptyParts)).isNull();
 }
 
-// A press, a drag through the points and a release of the left button.
-inline bool drag(const QList<QPoint>& points) {
+// Moves the pointer to p, and then presses the left button if asked to.
+inline bool moveTo(QPoint p, const QString& then = {}) {
+    return xdotool(QStringLiteral("mousemove %1 %2 ").arg(p.x()).arg(p.y()) + then);
+}
+
+// A press, a drag through the points and a release of the left button. With
+// no pause, the pointer's moves reach the application as fast as X sends them.
+inline bool drag(const QList<QPoint>& points, double pauseSeconds = 0.03) {
     QString script;
     for (const QPoint& point : points)
-        script += QStringLiteral("mousemove %1 %2 %3 sleep 0.03 ")
+        script += QStringLiteral("mousemove %1 %2 %3 sleep %4 ")
                       .arg(point.x())
                       .arg(point.y())
-                      .arg(script.isEmpty() ? "mousedown 1" : "");
+                      .arg(script.isEmpty() ? "mousedown 1" : "")
+                      .arg(pauseSeconds);
     return xdotool(script + QStringLiteral("mouseup 1"));
 }
 
@@ -72,19 +83,15 @@ inline bool isYellow(QColor c) {
 
 // The ids of the visible windows whose title matches a regular expression.
 inline QStringList windowsNamed(const QString& title) {
-    QProcess search; // which fails when nothing matches
-    search.start(QStringLiteral("xdotool"), {"search", "--onlyvisible", "--name", title});
-    search.waitForFinished(5000);
-    return QString::fromLatin1(search.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    return QString::fromLatin1(run("xdotool", {"search", "--onlyvisible", "--name", title}))
+        .split(u'\n', Qt::SkipEmptyParts);
 }
 
 // The geometries of the visible windows of the quillery program.
 inline QList<QRect> programWindows() {
     QList<QRect> windows;
-    QProcess search;
-    search.start(QStringLiteral("xdotool"), {"search", "--onlyvisible", "--classname", "quillery"});
-    search.waitForFinished(5000);
-    for (const QByteArray& id : search.readAllStandardOutput().split('\n')) {
+    const QByteArray ids = run("xdotool", {"search", "--onlyvisible", "--classname", "quillery"});
+    for (const QByteArray& id : ids.split('\n')) {
         QMap<QByteArray, int> values;
         const QByteArray shell =
             id.isEmpty() ? QByteArray() : run("xdotool", {"getwindowgeometry", "--shell", id});
@@ -109,6 +116,148 @@ inline QRect trayIcon() {
 
 } // namespace XDesktop
 
+// Facts read straight from the server, through the application's own connection.
+namespace XServer {
+
+inline xcb_connection_t* connection() {
+    auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    return x11 ? x11->connection() : nullptr;
+}
+inline xcb_window_t root() {
+    return xcb_setup_roots_iterator(xcb_get_setup(connection())).data->root;
+}
+
+template <typename T> std::unique_ptr<T, decltype(&std::free)> reply(T* pointer) {
+    return {pointer, &std::free};
+}
+// Null once the window is gone.
+inline auto attributes(WId window) {
+    auto* c = connection();
+    return reply(xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, window), nullptr));
+}
+inline bool isViewable(WId window) {
+    const auto a = attributes(window);
+    return a && a->map_state == XCB_MAP_STATE_VIEWABLE;
+}
+
+// The window's rectangle on the root (ours have no frame: they bypass the WM).
+inline QRect geometry(WId window) {
+    auto* c = connection();
+    auto size = reply(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+    auto at = reply(xcb_translate_coordinates_reply(
+        c, xcb_translate_coordinates(c, window, root(), 0, 0), nullptr));
+    return size && at ? QRect(at->dst_x, at->dst_y, size->width, size->height) : QRect();
+}
+
+// How many rectangles make up the window's input shape: 0 means clicks pass through.
+inline int inputShapeRectangles(WId window) {
+    auto* c = connection();
+    auto rectangles = reply(xcb_shape_get_rectangles_reply(
+        c, xcb_shape_get_rectangles(c, window, XCB_SHAPE_SK_INPUT), nullptr));
+    return rectangles ? int(rectangles->rectangles_len) : -1;
+}
+// Whether what shows of the window is cut to a shape.
+inline bool isBoundingShaped(WId window) {
+    auto* c = connection();
+    auto extents =
+        reply(xcb_shape_query_extents_reply(c, xcb_shape_query_extents(c, window), nullptr));
+    return extents && extents->bounding_shaped;
+}
+
+inline WId inputFocus() {
+    auto* c = connection();
+    auto focus = reply(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+    return focus ? focus->focus : 0;
+}
+
+// The window the window manager calls active.
+inline WId activeWindow() {
+    auto* c = connection();
+    const QByteArray name = "_NET_ACTIVE_WINDOW";
+    auto atom =
+        reply(xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, name.size(), name.data()), nullptr));
+    auto property = reply(
+        atom ? xcb_get_property_reply(
+                   c, xcb_get_property(c, 0, root(), atom->atom, XCB_ATOM_WINDOW, 0, 1), nullptr)
+             : nullptr);
+    if (!property || xcb_get_property_value_length(property.get()) < 4)
+        return 0;
+    return *static_cast<xcb_window_t*>(xcb_get_property_value(property.get()));
+}
+
+// When a window of ours that had the keyboard leaves, the window manager
+// moves the keyboard to a window of its choice a moment later (or leaves it
+// with nobody). A person can't start the next session that fast; tests wait.
+inline void waitForWindowManager() {
+    [[maybe_unused]] const bool moved = QTest::qWaitFor(
+        [] {
+            const WId focus = inputFocus();
+            return focus > XCB_INPUT_FOCUS_POINTER_ROOT && focus != root() && !QWidget::find(focus);
+        },
+        300);
+}
+
+} // namespace XServer
+
+// Another application: an ordinary window of a known colour, in its own
+// process (overlay_peer), that tells which clicks and keys reached it.
+class PeerApp {
+public:
+    PeerApp(QRect geometry, const QColor& color) {
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/overlay_peer"),
+                      {QString::number(geometry.x()), QString::number(geometry.y()),
+                       QString::number(geometry.width()), QString::number(geometry.height()),
+                       color.name()});
+    }
+    ~PeerApp() {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+    PeerApp(const PeerApp&) = delete;
+    PeerApp& operator=(const PeerApp&) = delete;
+
+    // Waits until its window is mapped and active.
+    bool waitUntilActive() {
+        if (!waitForLine(QStringLiteral("ready ")))
+            return false;
+        window = lines.filter(QStringLiteral("ready ")).front().mid(6).toULongLong();
+        const QString id = QString::number(window);
+        // A window manager may refuse to activate a window that asks by itself
+        // (focus stealing): ask again, as a user would, through the window manager.
+        const bool mapped = QTest::qWaitFor([this] { return XServer::isViewable(window); }, 5000);
+        for (int attempt = 0; mapped && attempt < 20; ++attempt)
+            if (XDesktop::xdotool(QStringLiteral("windowactivate ") + id) &&
+                QTest::qWaitFor([this] { return XServer::activeWindow() == window; }, 250))
+                return true;
+        qWarning() << "the other application's window" << id << "did not become active";
+        return false;
+    }
+
+    bool waitForLine(const QString& line, int timeoutMs = 5000) {
+        return QTest::qWaitFor(
+            [&] {
+                while (process.canReadLine())
+                    lines << QString::fromUtf8(process.readLine()).trimmed();
+                return std::any_of(lines.begin(), lines.end(),
+                                   [&](const QString& seen) { return seen.startsWith(line); });
+            },
+            timeoutMs);
+    }
+    // Whether a line starting so has come by now; forgets every line so far.
+    bool tookLine(const QString& line) {
+        const bool seen = waitForLine(line, 0);
+        lines.clear();
+        return seen;
+    }
+
+    WId window = 0;
+
+private:
+    QProcess process;
+    QStringList lines;
+};
+
 // A second client of the test's X server, standing in for another program on
 // the desktop: it holds key combinations (until it is destroyed), reads the
 // modifier and lock state, and sends a marker event that reaches the
@@ -120,10 +269,9 @@ public:
             return;
         root = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
         static const char name[] = "QUILLERY_TEST_MARKER";
-        xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(
-            connection, xcb_intern_atom(connection, 0, sizeof name - 1, name), nullptr);
-        markerAtom = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
-        std::free(reply);
+        auto atom = XServer::reply(xcb_intern_atom_reply(
+            connection, xcb_intern_atom(connection, 0, sizeof name - 1, name), nullptr));
+        markerAtom = atom ? atom->atom : xcb_atom_t(XCB_ATOM_NONE);
     }
     ~OtherXClient() { xcb_disconnect(connection); }
     OtherXClient(const OtherXClient&) = delete;
@@ -162,16 +310,13 @@ public:
 
     // The eight core modifier bits as the server sees them, locks included.
     uint16_t modifierState() const {
-        xcb_query_pointer_reply_t* reply =
-            xcb_query_pointer_reply(connection, xcb_query_pointer(connection, root), nullptr);
-        const uint16_t mask = reply ? (reply->mask & 0xff) : 0;
-        std::free(reply);
-        return mask;
+        auto pointer = XServer::reply(
+            xcb_query_pointer_reply(connection, xcb_query_pointer(connection, root), nullptr));
+        return pointer ? (pointer->mask & 0xff) : 0;
     }
 
     void sendMarker(xcb_window_t window, quint32 serial) {
-        xcb_client_message_event_t event;
-        std::memset(&event, 0, sizeof event);
+        xcb_client_message_event_t event{};
         event.response_type = XCB_CLIENT_MESSAGE;
         event.format = 32;
         event.window = window;
