@@ -4,6 +4,7 @@
 #include "HotKeyConfig.h"
 #include "HotKeyManager.h"
 #include "NotificationCounter.h"
+#include "NullHotKeyBackend.h"
 #include "OverlayController.h"
 #include "OverlayHost.h"
 #include "OverlayScene.h"
@@ -314,6 +315,17 @@ private Q_SLOTS:
                  QStringList({"Ctrl+Alt+K", "Shortcut set to Ctrl+Alt+K."}));
         QCOMPARE(HotKeyConfig::current(), (HotKeyConfig{40, 0x1800, "K"}));
         expectShortcutWorks("ctrl+alt+k");
+    }
+
+    // Last: the desktop then gives no shortcut. "How to Draw…" names the one
+    // in force, or how to bind one, and follows the desktop's answer.
+    void howToDrawNamesTheShortcutInForce() {
+        item(7)->trigger();
+        QVERIFY(delegate->welcomeWindow()->introduction().startsWith("Press Ctrl+Alt+D anywhere"));
+        HotKeyManager::shared().setBackend(std::make_unique<NullHotKeyBackend>());
+        HotKeyManager::changed();
+        QTRY_VERIFY(delegate->welcomeWindow()->introduction().startsWith(
+            "Bind \"quillery --toggle\" to a key"));
     }
 };
 
