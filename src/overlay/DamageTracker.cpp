@@ -66,10 +66,6 @@ QRect onePixelWider(const QRectF& rect) {
     return rect.toAlignedRect().adjusted(-1, -1, 1, 1);
 }
 
-bool isFreehand(Tool kind) {
-    return kind == Tool::pen || kind == Tool::highlighter;
-}
-
 bool sameItem(const DrawnItem::Key& key, const Item& item) {
     return key.id == item.id;
 }
@@ -200,7 +196,7 @@ void DamageTracker::updateCurrent(const DrawingStore& store, std::vector<QRectF>
                            current.first == next.first && current.color == next.color &&
                            current.width == next.width;
     // A stroke only ever grows at its end: what changed is the new piece.
-    const bool grown = sameStart && isFreehand(next.kind) && current.pointCount > 0 &&
+    const bool grown = sameStart && isFreehandTool(next.kind) && current.pointCount > 0 &&
                        next.pointCount >= current.pointCount &&
                        item->points[current.pointCount - 1] == current.last;
     if (grown) {

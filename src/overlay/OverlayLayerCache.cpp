@@ -25,14 +25,20 @@ QRect OverlayLayerCache::deviceArea(const QRectF& bounds) const {
            image.rect();
 }
 
-void OverlayLayerCache::paintNewOnTop(std::span<const Item> items,
-                                      std::span<const DrawnItem> drawn) {
+void OverlayLayerCache::paintNewOnTop(std::span<const Item> items, std::span<const DrawnItem> drawn,
+                                      const Prepainted& ready) {
     for (size_t i = 0; i < items.size(); ++i) {
         const QRect area = deviceArea(drawn[i].bounds);
         QImage pixels = image.copy(area);
         underneathBytes += size_t(pixels.sizeInBytes());
         underneath.push_back({drawn[i].key.id, area, std::move(pixels)});
-        paintOnTop(items.subspan(i, 1));
+        if (ready.pixels && ready.id == items[i].id && ready.pixels->size() == image.size()) {
+            QPainter painter(&image);
+            painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr));
+            painter.drawImage(area, *ready.pixels, area);
+        } else {
+            paintOnTop(items.subspan(i, 1));
+        }
     }
     while (!underneath.empty() &&
            (underneathBytes > mostBytesUnderneath || underneath.size() > mostItemsUnderneath)) {
@@ -66,7 +72,8 @@ QRect OverlayLayerCache::toLayer(const QRectF& bounds) const {
 }
 
 void OverlayLayerCache::update(std::span<const Item> items, std::span<const DrawnItem> drawn,
-                               QPoint newOrigin, QSize newSize, qreal newDpr) {
+                               QPoint newOrigin, QSize newSize, qreal newDpr,
+                               const Prepainted& ready) {
     if (items.empty() || newSize.isEmpty()) {
         clear();
         return;
@@ -118,7 +125,7 @@ void OverlayLayerCache::update(std::span<const Item> items, std::span<const Draw
             repaintWhere(gone, items.first(next), drawn.first(next));
             forgetUnderneath(); // painted over differently now
         }
-        paintNewOnTop(items.subspan(next), drawn.subspan(next));
+        paintNewOnTop(items.subspan(next), drawn.subspan(next), ready);
     }
     held.assign(drawn.begin(), drawn.end());
 }

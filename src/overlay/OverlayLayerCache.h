@@ -24,8 +24,14 @@ public:
     // describes them, index for index) as the overlay whose top-left corner is
     // at `origin` on the virtual desktop shows them, at `size` device-independent
     // pixels and `dpr` device pixels to each. No items: the image is let go.
+    // `ready` holds one new item's pixels already painted elsewhere, at the
+    // same origin, size and ratio: they are composited instead of stroking it.
+    struct Prepainted {
+        quint64 id = 0;
+        const QImage* pixels = nullptr;
+    };
     void update(std::span<const Item> items, std::span<const DrawnItem> drawn, QPoint origin,
-                QSize size, qreal dpr);
+                QSize size, qreal dpr, const Prepainted& ready);
     // Composites the layer over what the painter holds, within `area` of the
     // overlay (the painter in overlay coordinates, clipped as needed).
     void paint(QPainter& painter, const QRect& area) const;
@@ -43,7 +49,8 @@ private:
                       std::span<const DrawnItem> drawn);
     void paintOnTop(std::span<const Item> items);
     // Paints newly committed items, keeping the pixels each covers.
-    void paintNewOnTop(std::span<const Item> items, std::span<const DrawnItem> drawn);
+    void paintNewOnTop(std::span<const Item> items, std::span<const DrawnItem> drawn,
+                       const Prepainted& ready);
     // Puts back what the newest held items covered; false when it can't.
     bool takeOffNewest(size_t count);
     void forgetUnderneath();

@@ -56,8 +56,10 @@ void OverlayScene::storeChanged() {
     markStale(damage.update(store, geometry_, frameNow()));
     const bool wasInUse = inUse;
     inUse = store.isDrawing() || !store.items().empty() || store.current();
-    if (!store.isDrawing())
+    if (!store.isDrawing()) {
         paintedWhileDrawing = false;
+        strokeInk.clear(); // no stroke can be in progress: its memory goes back
+    }
     // Thousands of strokes leave the allocator holding memory it would reuse;
     // once nothing is left to show, the system gets it back.
     if (wasInUse && !inUse) {
@@ -95,8 +97,11 @@ void OverlayScene::paint(QPainter& painter, const QRegion& region) {
     const qreal dpr = painter.device()->devicePixelRatio();
     const std::span<const Item> items = store.items();
     const size_t steady = damage.firstSteady();
+    const OverlayLayerCache::Prepainted finished = finishedStroke();
     layer.update(items.subspan(steady), damage.items().subspan(steady), origin, geometry_.size(),
-                 dpr);
+                 dpr, finished);
+    if (finished.pixels)
+        strokeInk.startOver();
     fading.keepOnly(damage.items().first(steady));
 
     painter.save();
@@ -106,9 +111,7 @@ void OverlayScene::paint(QPainter& painter, const QRegion& region) {
     paintFading(painter, region, origin, dpr);
     painter.translate(QPointF(origin));
     layer.paint(painter, region.boundingRect());
-    painter.translate(-QPointF(origin));
-    paintCurrent(painter, region, origin);
-    painter.translate(QPointF(origin));
+    paintCurrent(painter, region, dpr);
     paintHintBar(painter, region);
     painter.restore();
     reportFirstPaint();
@@ -138,12 +141,31 @@ void OverlayScene::paintFading(QPainter& painter, const QRegion& region, QPoint 
     }
 }
 
-void OverlayScene::paintCurrent(QPainter& painter, const QRegion& region, QPoint origin) const {
+// The newest item, if it is the stroke whose pixels are in hand already.
+OverlayLayerCache::Prepainted OverlayScene::finishedStroke() {
+    const std::span<const Item> items = store.items();
+    if (items.empty() || !strokeInk.completes(items.back()))
+        return {};
+    return {items.back().id, &strokeInk.image()};
+}
+
+// A freehand stroke is kept in its own image, which takes it to the committed
+// layer once it is finished; shapes and text are cheap to paint again.
+void OverlayScene::paintCurrent(QPainter& painter, const QRegion& region, qreal dpr) {
     const auto& current = store.current();
     if (!current)
         return;
-    const QRectF area = QRectF(region.boundingRect()).translated(QPointF(origin));
-    Renderer::drawWithin(painter, *current, 1.0, current->kind == Tool::text, area);
+    const QRect area = region.boundingRect();
+    if (isFreehandTool(current->kind) &&
+        strokeInk.refresh(*current, area, geometry_.topLeft(), geometry_.size(), dpr)) {
+        strokeInk.paint(painter, area);
+        return;
+    }
+    const QPointF origin(geometry_.topLeft());
+    painter.translate(-origin);
+    Renderer::drawWithin(painter, *current, 1.0, current->kind == Tool::text,
+                         QRectF(area).translated(origin));
+    painter.translate(origin);
 }
 
 void OverlayScene::paintHintBar(QPainter& painter, const QRegion& region) const {

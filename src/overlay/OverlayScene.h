@@ -4,6 +4,7 @@
 #include "FadeSprites.h"
 #include "KeyPress.h"
 #include "OverlayLayerCache.h"
+#include "StrokeInk.h"
 
 #include <QObject>
 #include <QRect>
@@ -68,7 +69,8 @@ private:
     DamageTracker::Frame frameNow() const;
     void paintVeil(QPainter& painter, const QRegion& region) const;
     void paintFading(QPainter& painter, const QRegion& region, QPoint origin, qreal dpr);
-    void paintCurrent(QPainter& painter, const QRegion& region, QPoint origin) const;
+    OverlayLayerCache::Prepainted finishedStroke();
+    void paintCurrent(QPainter& painter, const QRegion& region, qreal dpr);
     void paintHintBar(QPainter& painter, const QRegion& region) const;
     void reportFirstPaint();
 
@@ -76,6 +78,7 @@ private:
     QRect geometry_;
     DamageTracker damage;
     OverlayLayerCache layer;
+    StrokeInk strokeInk;
     FadeSprites fading;
     QRegion stale;
     bool paintedWhileDrawing = false;

@@ -203,12 +203,22 @@ class SessionWalkTest : public QObject {
         const int reads = Settings::shared().fileReads(); // the pen never waits for the disk
         pointer("press", at, [&] { scene->pointerPressed(at, button); });
         std::normal_distribution<double> move(0, 25);
+        // A fast pen: the last moves and the release all before the next frame.
+        const int unpainted = below(3) ? 0 : 1 + below(4);
+        std::vector<QPointF> tail;
         for (int i = below(16); i > 0; --i) {
             at += QPointF(std::round(move(random) * 4) / 4, std::round(move(random) * 4) / 4);
-            pointer("move", at, [&] { scene->pointerMoved(at, Qt::LeftButton); });
+            if (i <= unpainted)
+                tail.push_back(at);
+            else
+                pointer("move", at, [&] { scene->pointerMoved(at, Qt::LeftButton); });
         }
         if (below(10)) // else the release went elsewhere
-            pointer("release", at, [&] { scene->pointerReleased(at, Qt::LeftButton); });
+            pointer("moves and release", at, [&] {
+                for (const QPointF& point : tail)
+                    scene->pointerMoved(point, Qt::LeftButton);
+                scene->pointerReleased(at, Qt::LeftButton);
+            });
         if (Settings::shared().fileReads() != reads)
             fail(QStringLiteral("a stroke read the settings file"));
     }

@@ -1,0 +1,122 @@
+#include "StrokeInk.h"
+
+#include "Renderer.h"
+
+#include <QPainter>
+
+namespace {
+
+// An area left in more pieces than this is painted as one rect around them.
+constexpr int mostPiecesPainted = 4;
+
+} // namespace
+
+QRect StrokeInk::toDevice(const QRectF& onOverlay) const {
+    return QRectF(onOverlay.topLeft() * dpr, onOverlay.size() * dpr).toAlignedRect() &
+           pixels.rect();
+}
+
+bool StrokeInk::holds(const Item& item) const {
+    return pointCount > 0 && item.kind == kind && item.color.rgba() == color &&
+           item.width == width && item.points.size() >= pointCount &&
+           item.points.front() == first && item.points[pointCount - 1] == last;
+}
+
+bool StrokeInk::refresh(const Item& item, const QRect& area, QPoint at, QSize overlaySize,
+                        qreal ratio) {
+    if (pixels.isNull() || at != origin || overlaySize != size || ratio != dpr) {
+        origin = at;
+        size = overlaySize;
+        dpr = ratio;
+        pixels = QImage(size * dpr, QImage::Format_ARGB32_Premultiplied);
+        pixels.setDevicePixelRatio(dpr);
+        pixels.fill(Qt::transparent);
+        fresh = QRegion();
+        used = QRect();
+        pointCount = 0;
+    }
+    if (pixels.isNull())
+        return false;
+    if (item.points.empty())
+        return true;
+    if (!holds(item)) {
+        // Another stroke: what the last one left goes.
+        if (!used.isEmpty()) {
+            QPainter painter(&pixels);
+            painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr));
+            painter.setCompositionMode(QPainter::CompositionMode_Source);
+            painter.fillRect(used, Qt::transparent);
+        }
+        fresh = QRegion();
+        used = QRect();
+        kind = item.kind;
+        color = item.color.rgba();
+        width = item.width;
+        first = item.points.front();
+    } else if (item.points.size() > pointCount) {
+        // The new segments change pixels only within the bounds of the tail.
+        const QRectF tail = Renderer::tailBounds(item, pointCount).translated(-QPointF(origin));
+        fresh -= toDevice(tail).adjusted(-1, -1, 1, 1);
+    }
+    pointCount = item.points.size();
+    last = item.points.back();
+
+    const QRegion todo = QRegion(toDevice(QRectF(area))) - fresh;
+    if (todo.rectCount() > mostPiecesPainted) {
+        paintAt(item, todo.boundingRect());
+    } else {
+        for (const QRect& rect : todo)
+            paintAt(item, rect);
+    }
+    fresh += todo;
+    used |= todo.boundingRect();
+    return true;
+}
+
+// Exactly what the whole item shows there: cleared in whole device pixels,
+// then stroked with what reaches them, clipped to them.
+void StrokeInk::paintAt(const Item& item, const QRect& devicePixels) {
+    QPainter painter(&pixels);
+    painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr));
+    painter.setClipRect(devicePixels);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(devicePixels, Qt::transparent);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    painter.resetTransform();
+    painter.translate(-QPointF(origin));
+    const QRectF area(QPointF(devicePixels.topLeft()) / dpr + QPointF(origin),
+                      QSizeF(devicePixels.size()) / dpr);
+    Renderer::drawWithin(painter, item, 1.0, false, area);
+}
+
+void StrokeInk::paint(QPainter& painter, const QRect& area) const {
+    const QRect inside = area & QRect(QPoint(), size);
+    if (pixels.isNull() || used.isEmpty() || inside.isEmpty())
+        return;
+    // In whole device pixels, copied one to one, as the committed layer is.
+    const QTransform overlay = painter.worldTransform();
+    painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr) * overlay);
+    const QRect source = toDevice(QRectF(inside)) & used;
+    if (!source.isEmpty())
+        painter.drawImage(source, pixels, source);
+    painter.setWorldTransform(overlay);
+}
+
+bool StrokeInk::completes(const Item& finished) {
+    if (pixels.isNull() || !holds(finished))
+        return false;
+    const QRectF bounds = Renderer::itemBounds(finished, false).translated(-QPointF(origin));
+    refresh(finished, bounds.toAlignedRect(), origin, size, dpr);
+    return true;
+}
+
+void StrokeInk::startOver() {
+    pointCount = 0;
+}
+
+void StrokeInk::clear() {
+    pixels = QImage();
+    fresh = QRegion();
+    used = QRect();
+    pointCount = 0;
+}
