@@ -41,7 +41,8 @@ end=$(date +%s.%N)
 q1=$(ticks "$pid")
 c1=$(ticks "$compositor")
 "$binary" --status | grep items
-# Per thread, so that a thread ending in the meantime counts as its own wake-ups only.
+# Per thread, so that a thread ending in the meantime counts as its own wake-ups
+# only, and as one: it woke to end.
 switches() {
     for task in /proc/"$pid"/task/*; do
         echo "${task##*/} $(awk '/^voluntary_ctxt_switches/ { print $2 }' "$task/status")"
@@ -53,7 +54,7 @@ sleep 1 # the last frame and the surfaces going away
 switches >"$log.before"
 sleep 30
 switches >"$log.after"
-wakeups=$(awk 'NR == FNR { before[$1] = $2; next } { n += $2 - ($1 in before ? before[$1] : 0) } END { print n + 0 }' "$log.before" "$log.after")
+wakeups=$(awk 'NR == FNR { before[$1] = $2; next } { n += $2 - ($1 in before ? before[$1] : 0); delete before[$1] } END { print n + length(before) }' "$log.before" "$log.after")
 "$binary" --quit >/dev/null
 wait "$pid" || true
 echo "quillery cpu $(seconds $((q1 - q0))) s, compositor cpu $(seconds $((c1 - c0))) s, wall $(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.2f", b - a }') s"

@@ -23,6 +23,7 @@
 #include <QMessageBox>
 #include <QScreen>
 #include <QSystemTrayIcon>
+#include <QThreadPool>
 #include <QTimer>
 #include <cmath>
 #include <cstdio>
@@ -78,6 +79,9 @@ void AppDelegate::prepareApplication() {
     // The desktop entry's name: Wayland desktops and portals match windows to it.
     QGuiApplication::setDesktopFileName(QStringLiteral("io.github.quillery.Quillery"));
     QApplication::setQuitOnLastWindowClosed(false);
+    // Qt hands large image work to its global pool while drawing; an idle
+    // pool thread would wake 30 s after its last job just to end itself.
+    QThreadPool::globalInstance()->setExpiryTimeout(-1);
     if (qobject_cast<QApplication*>(QCoreApplication::instance()))
         QApplication::setWindowIcon(PencilIconEngine::icon(
             PencilIconEngine::Variant::filled, QApplication::palette().color(QPalette::Highlight)));
