@@ -1,5 +1,6 @@
 #include "OverlayLayerCache.h"
 
+#include "DevicePixels.h"
 #include "Renderer.h"
 
 #include <QPainter>
@@ -19,10 +20,7 @@ constexpr size_t mostItemsUnderneath = 64;
 
 QRect OverlayLayerCache::deviceArea(const QRectF& bounds) const {
     const QRectF onLayer = bounds.translated(-QPointF(origin));
-    return QRectF(onLayer.topLeft() * dpr, onLayer.size() * dpr)
-               .toAlignedRect()
-               .adjusted(-1, -1, 1, 1) &
-           image.rect();
+    return DevicePixels::covering(onLayer, dpr).adjusted(-1, -1, 1, 1) & image.rect();
 }
 
 void OverlayLayerCache::paintNewOnTop(std::span<const Item> items, std::span<const DrawnItem> drawn,
@@ -34,8 +32,7 @@ void OverlayLayerCache::paintNewOnTop(std::span<const Item> items, std::span<con
         underneath.push_back({drawn[i].key.id, area, std::move(pixels)});
         if (ready.pixels && ready.id == items[i].id && ready.pixels->size() == image.size()) {
             QPainter painter(&image);
-            painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr));
-            painter.drawImage(area, *ready.pixels, area);
+            DevicePixels::composite(painter, *ready.pixels, area, dpr);
         } else {
             paintOnTop(items.subspan(i, 1));
         }
@@ -161,16 +158,9 @@ void OverlayLayerCache::repaintWhere(const QRegion& region, std::span<const Item
                                      std::span<const DrawnItem> drawn) {
     QPainter painter(&image);
     for (const QRect& rect : region) {
-        // Cleared in whole device pixels: at a fractional ratio a logical
-        // edge falls inside one, which would keep the ink of what went.
-        const QRect pixels =
-            QRectF(QPointF(rect.topLeft()) * dpr, QSizeF(rect.size()) * dpr).toAlignedRect();
-        painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr));
-        painter.setClipRect(pixels);
-        painter.setCompositionMode(QPainter::CompositionMode_Source);
-        painter.fillRect(pixels, Qt::transparent);
-        painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-        painter.resetTransform();
+        // A device pixel that a logical edge falls inside would otherwise
+        // keep the ink of what went.
+        DevicePixels::clearAndClip(painter, DevicePixels::covering(rect, dpr), dpr);
         painter.translate(-QPointF(origin));
         const QRectF area = QRectF(rect).translated(QPointF(origin));
         for (size_t i = 0; i < items.size(); ++i) {
@@ -185,13 +175,6 @@ void OverlayLayerCache::paint(QPainter& painter, const QRect& area) const {
     const QRect inside = area & QRect(QPoint(), size);
     if (image.isNull() || held.empty() || inside.isEmpty())
         return;
-    // In whole device pixels, so that the painter copies them one to one
-    // (at a fractional ratio, a logical edge falls inside a device pixel).
-    const QTransform overlay = painter.worldTransform();
-    painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr) * overlay);
-    const QRect source =
-        QRectF(QPointF(inside.topLeft()) * dpr, QSizeF(inside.size()) * dpr).toAlignedRect() &
-        image.rect();
-    painter.drawImage(source, image, source);
-    painter.setWorldTransform(overlay);
+    DevicePixels::composite(painter, image, DevicePixels::covering(inside, dpr) & image.rect(),
+                            dpr);
 }

@@ -1,5 +1,6 @@
 #include "StrokeInk.h"
 
+#include "DevicePixels.h"
 #include "Renderer.h"
 
 #include <QPainter>
@@ -12,8 +13,7 @@ constexpr int mostPiecesPainted = 4;
 } // namespace
 
 QRect StrokeInk::toDevice(const QRectF& onOverlay) const {
-    return QRectF(onOverlay.topLeft() * dpr, onOverlay.size() * dpr).toAlignedRect() &
-           pixels.rect();
+    return DevicePixels::covering(onOverlay, dpr) & pixels.rect();
 }
 
 bool StrokeInk::holds(const Item& item) const {
@@ -43,9 +43,7 @@ bool StrokeInk::refresh(const Item& item, const QRect& area, QPoint at, QSize ov
         // Another stroke: what the last one left goes.
         if (!used.isEmpty()) {
             QPainter painter(&pixels);
-            painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr));
-            painter.setCompositionMode(QPainter::CompositionMode_Source);
-            painter.fillRect(used, Qt::transparent);
+            DevicePixels::clearAndClip(painter, used, dpr);
         }
         fresh = QRegion();
         used = QRect();
@@ -77,12 +75,7 @@ bool StrokeInk::refresh(const Item& item, const QRect& area, QPoint at, QSize ov
 // then stroked with what reaches them, clipped to them.
 void StrokeInk::paintAt(const Item& item, const QRect& devicePixels) {
     QPainter painter(&pixels);
-    painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr));
-    painter.setClipRect(devicePixels);
-    painter.setCompositionMode(QPainter::CompositionMode_Source);
-    painter.fillRect(devicePixels, Qt::transparent);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    painter.resetTransform();
+    DevicePixels::clearAndClip(painter, devicePixels, dpr);
     painter.translate(-QPointF(origin));
     const QRectF area(QPointF(devicePixels.topLeft()) / dpr + QPointF(origin),
                       QSizeF(devicePixels.size()) / dpr);
@@ -93,13 +86,7 @@ void StrokeInk::paint(QPainter& painter, const QRect& area) const {
     const QRect inside = area & QRect(QPoint(), size);
     if (pixels.isNull() || used.isEmpty() || inside.isEmpty())
         return;
-    // In whole device pixels, copied one to one, as the committed layer is.
-    const QTransform overlay = painter.worldTransform();
-    painter.setWorldTransform(QTransform::fromScale(1 / dpr, 1 / dpr) * overlay);
-    const QRect source = toDevice(QRectF(inside)) & used;
-    if (!source.isEmpty())
-        painter.drawImage(source, pixels, source);
-    painter.setWorldTransform(overlay);
+    DevicePixels::composite(painter, pixels, toDevice(QRectF(inside)) & used, dpr);
 }
 
 bool StrokeInk::completes(const Item& finished) {
