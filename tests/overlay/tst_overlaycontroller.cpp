@@ -93,7 +93,7 @@ private Q_SLOTS:
     // overlay takes the keys and the clicks; afterwards the ink lets clicks
     // through and the application has the keyboard again.
     void overAnotherApplication() {
-        PeerApp peer({200, 200, 500, 400}, Qt::darkRed);
+        PeerApp peer({200, 200, 500, 400});
         QVERIFY(peer.waitUntilActive());
         QVERIFY(XDesktop::xdotool("mousemove 900 700"));
         QVERIFY(XDesktop::xdotool("key ctrl+alt+d"));

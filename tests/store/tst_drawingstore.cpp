@@ -1,7 +1,6 @@
 #include "Clock.h"
 #include "DrawingStore.h"
 #include "NotificationCounter.h"
-#include "PaletteColor.h"
 #include "Settings.h"
 #include "TestSettings.h"
 
@@ -113,15 +112,6 @@ private Q_SLOTS:
         }
         QTEST(last.join(u' ').trimmed(), "last");
         QCOMPARE(store.isTimerRunning(), hadTimer || !ids.isEmpty());
-    }
-
-    // The palette's colours are part of what users see and learn: pinned here.
-    void paletteColours() {
-        QStringList entries;
-        for (const PaletteColor& entry : palette())
-            entries << entry.name + u' ' + entry.color.name(QColor::HexArgb);
-        QCOMPARE(entries, QStringList({"Red #ffff3b30", "Yellow #ffffd60a", "Green #ff33c759",
-                                       "Blue #ff0a85ff", "White #ffffffff", "Black #ff000000"}));
     }
 
     void colourPastThePaletteIsFatal() {

@@ -5,6 +5,7 @@
 #include <QMap>
 #include <QProcess>
 #include <QRect>
+#include <QRegularExpression>
 #include <QStringList>
 #include <QTest>
 #include <QWidget>
@@ -199,16 +200,18 @@ inline void waitForWindowManager() {
 
 } // namespace XServer
 
-// Another application: an ordinary window of a known colour, in its own
-// process (overlay_peer), that tells which clicks and keys reached it.
+// Another application: xev's ordinary window, in its own process, which tells
+// which clicks and keys reached it, as lines such as "press 350 325" or "key k".
 class PeerApp {
 public:
-    PeerApp(QRect geometry, const QColor& color) {
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process.start(QCoreApplication::applicationDirPath() + QStringLiteral("/overlay_peer"),
-                      {QString::number(geometry.x()), QString::number(geometry.y()),
-                       QString::number(geometry.width()), QString::number(geometry.height()),
-                       color.name()});
+    explicit PeerApp(QRect geometry) {
+        process.start(QStringLiteral("xev"), {QStringLiteral("-geometry"),
+                                              QStringLiteral("%1x%2+%3+%4")
+                                                  .arg(geometry.width())
+                                                  .arg(geometry.height())
+                                                  .arg(geometry.x())
+                                                  .arg(geometry.y()),
+                                              "-event", "button", "-event", "keyboard"});
     }
     ~PeerApp() {
         process.kill();
@@ -219,9 +222,13 @@ public:
 
     // Waits until its window is mapped and active.
     bool waitUntilActive() {
-        if (!waitForLine(QStringLiteral("ready ")))
+        if (!waitForLine(QStringLiteral("Outer window is ")))
             return false;
-        window = lines.filter(QStringLiteral("ready ")).front().mid(6).toULongLong();
+        window = lines.filter(QStringLiteral("Outer window is "))
+                     .front()
+                     .split(u' ')[3]
+                     .chopped(1)
+                     .toULongLong(nullptr, 16);
         const QString id = QString::number(window);
         // A window manager may refuse to activate a window that asks by itself
         // (focus stealing): ask again, as a user would, through the window manager.
@@ -237,8 +244,7 @@ public:
     bool waitForLine(const QString& line, int timeoutMs = 5000) {
         return QTest::qWaitFor(
             [&] {
-                while (process.canReadLine())
-                    lines << QString::fromUtf8(process.readLine()).trimmed();
+                readEvents();
                 return std::any_of(lines.begin(), lines.end(),
                                    [&](const QString& seen) { return seen.startsWith(line); });
             },
@@ -254,7 +260,27 @@ public:
     WId window = 0;
 
 private:
+    // xev writes an event as a block of lines that ends with an empty one.
+    void readEvents() {
+        static const auto option = QRegularExpression::DotMatchesEverythingOption;
+        static const QRegularExpression press(R"(^ButtonPress .*root:\((\d+),(\d+)\))", option);
+        static const QRegularExpression key(R"(^KeyPress .*\(keysym 0x\w+, (\w+)\))", option);
+        text += QString::fromLocal8Bit(process.readAllStandardOutput());
+        for (qsizetype end; (end = text.indexOf(QStringLiteral("\n\n"))) >= 0;) {
+            const QString block = text.left(end);
+            text.remove(0, end + 2);
+            if (const auto pressed = press.match(block); pressed.hasMatch())
+                lines
+                    << QStringLiteral("press %1 %2").arg(pressed.captured(1), pressed.captured(2));
+            else if (const auto typed = key.match(block); typed.hasMatch())
+                lines << QStringLiteral("key ") + typed.captured(1);
+            else
+                lines << block.section(u'\n', 0, 0);
+        }
+    }
+
     QProcess process;
+    QString text;
     QStringList lines;
 };
 
