@@ -111,7 +111,7 @@ private Q_SLOTS:
         QVERIFY(controller.isShown());
         QVERIFY(waitUntilMapped(true));
         QTRY_COMPARE(XServer::inputFocus(), peer.window);
-        QCOMPARE(XServer::activeWindow(), peer.window);
+        QCOMPARE(XDesktop::activeWindow(), peer.window);
         QVERIFY(XDesktop::xdotool("key k"));
         QVERIFY(peer.waitForLine("key k"));
         // Right over the ink, the click reaches the application underneath.

@@ -82,6 +82,11 @@ inline bool isYellow(QColor c) {
     return c.red() > 200 && c.green() > 180 && c.blue() < 90;
 }
 
+// The window the window manager calls active.
+inline WId activeWindow() {
+    return run("xdotool", {"getactivewindow"}).trimmed().toULongLong();
+}
+
 // The ids of the visible windows whose title matches a regular expression.
 inline QStringList windowsNamed(const QString& title) {
     return QString::fromLatin1(run("xdotool", {"search", "--onlyvisible", "--name", title}))
@@ -171,21 +176,6 @@ inline WId inputFocus() {
     return focus ? focus->focus : 0;
 }
 
-// The window the window manager calls active.
-inline WId activeWindow() {
-    auto* c = connection();
-    const QByteArray name = "_NET_ACTIVE_WINDOW";
-    auto atom =
-        reply(xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, name.size(), name.data()), nullptr));
-    auto property = reply(
-        atom ? xcb_get_property_reply(
-                   c, xcb_get_property(c, 0, root(), atom->atom, XCB_ATOM_WINDOW, 0, 1), nullptr)
-             : nullptr);
-    if (!property || xcb_get_property_value_length(property.get()) < 4)
-        return 0;
-    return *static_cast<xcb_window_t*>(xcb_get_property_value(property.get()));
-}
-
 // When a window of ours that had the keyboard leaves, the window manager
 // moves the keyboard to a window of its choice a moment later (or leaves it
 // with nobody). A person can't start the next session that fast; tests wait.
@@ -235,7 +225,7 @@ public:
         const bool mapped = QTest::qWaitFor([this] { return XServer::isViewable(window); }, 5000);
         for (int attempt = 0; mapped && attempt < 20; ++attempt)
             if (XDesktop::xdotool(QStringLiteral("windowactivate ") + id) &&
-                QTest::qWaitFor([this] { return XServer::activeWindow() == window; }, 250))
+                QTest::qWaitFor([this] { return XDesktop::activeWindow() == window; }, 250))
                 return true;
         qWarning() << "the other application's window" << id << "did not become active";
         return false;
