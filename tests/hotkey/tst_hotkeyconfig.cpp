@@ -26,38 +26,25 @@ class HotKeyConfigTest : public QObject {
 private Q_SLOTS:
     void init() { settings = std::make_unique<TestSettings>(); }
 
-    // "printed" is the display text, key code and modifiers; an error message
-    // instead means the program stops with it.
+    // "printed" is the display text, key code and modifiers. (Damaged and fatal
+    // values are in tst_settings.)
     void storedShortcutInANewProcess_data() {
         QTest::addColumn<QByteArray>("stored");
         QTest::addColumn<QString>("printed");
-        QTest::addColumn<QString>("error");
-        const auto row = [](const char* name, const char* stored, const char* printed,
-                            const char* error = "") {
-            QTest::newRow(name) << QByteArray(stored) << QString(printed) << QString(error);
-        };
-        row("fresh", "", "Ctrl+Alt+D 2 6144");
-        row("no name", "hkCode=50\nhkMods=256\n", "Super+? 50 256");
-        row("symbols in order", "hkCode=96\nhkMods=4864\nhkName=F5\n",
-            "Ctrl+Shift+Super+F5 96 4864");
-        row("largest", "hkCode=4294967295\nhkMods=4294967295\nhkName=X\n",
-            "Ctrl+Alt+Shift+Super+X 4294967295 4294967295");
-        row("unreadable", "hkCode=D\nhkMods=4096\nhkName=F\n", "Ctrl+Alt+D 2 6144", "Ctrl+Alt+D");
-        row("code above 32 bits", "hkCode=4294967296\n", "", "4294967296 of \"hkCode\"");
-        row("modifiers above 64 bits", "hkCode=2\nhkMods=99999999999999999999\n", "",
-            "99999999999999999999 of \"hkMods\"");
+        QTest::newRow("fresh") << QByteArray() << "Ctrl+Alt+D 2 6144";
+        QTest::newRow("no name") << QByteArray("hkCode=50\nhkMods=256\n") << "Super+? 50 256";
+        QTest::newRow("symbols in order")
+            << QByteArray("hkCode=96\nhkMods=4864\nhkName=F5\n") << "Ctrl+Shift+Super+F5 96 4864";
+        QTest::newRow("largest") << QByteArray("hkCode=4294967295\nhkMods=4294967295\nhkName=X\n")
+                                 << "Ctrl+Alt+Shift+Super+X 4294967295 4294967295";
     }
     void storedShortcutInANewProcess() {
         QFETCH(QByteArray, stored);
-        QFETCH(QString, printed);
-        QFETCH(QString, error);
         settings->writeFile("[General]\n" + stored);
         const auto [out, err] = readInChild();
-        QCOMPARE(out, printed);
-        // Every complaint names the setting and the file, which is left alone to mend.
-        QVERIFY2(err.contains(error) && (error.isEmpty() || err.contains(settings->filePath())),
-                 qPrintable(err));
-        QFile file(settings->filePath());
+        QTEST(out, "printed");
+        QVERIFY2(!err.contains(settings->filePath()), qPrintable(err)); // no complaint
+        QFile file(settings->filePath()); // reading leaves it as it was
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), "[General]\n" + stored);
     }
