@@ -244,7 +244,7 @@ void DrawingStore::tick() {
     if (fading || items_.size() != before)
         post();
 
-    if (items_.empty() || !(delay > 0)) {
+    if (timer && (items_.empty() || !(delay > 0))) {
         // We are inside the timer's own timeout signal: stop now, delete later.
         timer->stop();
         timer.release()->deleteLater();
