@@ -85,7 +85,10 @@ void OverlayLayerCache::update(std::span<const Item> items, std::span<const Draw
             return;
         }
         image.setDevicePixelRatio(dpr);
-        repaintAll(items);
+        // The first stroke on an empty screen comes with its pixels.
+        const size_t inHand = ready.pixels && ready.id == items.back().id ? 1 : 0;
+        repaintAll(items.first(items.size() - inHand));
+        paintNewOnTop(items.last(inHand), drawn.last(inHand), ready);
         held.assign(drawn.begin(), drawn.end());
         return;
     }
