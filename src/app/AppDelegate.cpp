@@ -12,6 +12,7 @@
 #include "PencilIconEngine.h"
 #include "Settings.h"
 #include "SettingsWindow.h"
+#include "SystemMemory.h"
 #include "WelcomeWindow.h"
 #include "WindowSystem.h"
 
@@ -82,6 +83,7 @@ void AppDelegate::prepareApplication() {
     // Qt hands large image work to its global pool while drawing; an idle
     // pool thread would wake 30 s after its last job just to end itself.
     QThreadPool::globalInstance()->setExpiryTimeout(-1);
+    SystemMemory::keepLargeBlocksApart();
     if (qobject_cast<QApplication*>(QCoreApplication::instance()))
         QApplication::setWindowIcon(PencilIconEngine::icon(
             PencilIconEngine::Variant::filled, QApplication::palette().color(QPalette::Highlight)));

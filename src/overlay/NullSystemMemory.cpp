@@ -1,3 +1,5 @@
 #include "SystemMemory.h"
 
 void SystemMemory::returnUnused() {}
+
+void SystemMemory::keepLargeBlocksApart() {}
