@@ -2,6 +2,7 @@
 
 #include <QtGlobal>
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 
 namespace {
@@ -16,12 +17,22 @@ double percentileMs(std::vector<qint64> values, double fraction) {
 
 } // namespace
 
+void FrameStats::trace(const char* what) const {
+    if (!tracing)
+        return;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    std::fprintf(stderr, "quillery: %s at %.4f\n", what,
+                 std::chrono::duration<double>(now).count());
+}
+
 FrameStats& FrameStats::shared() {
     static FrameStats stats;
     return stats;
 }
 
-FrameStats::FrameStats() : on(qEnvironmentVariableIsSet("QUILLERY_FRAME_STATS")) {
+FrameStats::FrameStats()
+    : on(qEnvironmentVariableIsSet("QUILLERY_FRAME_STATS")),
+      tracing(qEnvironmentVariableIsSet("QUILLERY_TRACE_PAINT")) {
     if (on)
         clock.start();
 }
@@ -45,8 +56,13 @@ void FrameStats::pointerEventArrived() {
 }
 
 void FrameStats::drawingStarted() {
+    trace("drawing started");
     if (on)
         startedAt = clock.nsecsElapsed();
+}
+
+void FrameStats::firstPaintWhileDrawing() {
+    trace("overlay painted");
 }
 
 void FrameStats::framePainted() {

@@ -76,11 +76,11 @@ OverlaySurface* OverlayController::surfaceUnderPointer() const {
 void OverlayController::start() {
     if (store_.isDrawing())
         return;
+    FrameStats::shared().drawingStarted();
     rememberActiveWindow();
     rebuildSurfaces();
     if (surfaces_.empty())
         return;
-    FrameStats::shared().drawingStarted();
     store_.setDrawing(true);
     showSurfaces(true);
     isShown_ = true;

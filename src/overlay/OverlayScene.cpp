@@ -3,6 +3,7 @@
 #include "Clock.h"
 #include "DrawingCommands.h"
 #include "DrawingStore.h"
+#include "FrameStats.h"
 #include "OverlayKeyMap.h"
 #include "Renderer.h"
 #include "Settings.h"
@@ -10,8 +11,6 @@
 #include "TextLayout.h"
 
 #include <QPainter>
-#include <chrono>
-#include <cstdio>
 
 namespace {
 
@@ -174,16 +173,12 @@ void OverlayScene::paintHintBar(QPainter& painter, const QRegion& region) const 
                           store.colorIndex());
 }
 
-// For measuring how soon the overlay shows after the shortcut: with
-// QUILLERY_TRACE_PAINT set, the first paint while drawing says when it happened.
+// For measuring how soon the overlay shows after the shortcut.
 void OverlayScene::reportFirstPaint() {
-    static const bool tracing = qEnvironmentVariableIsSet("QUILLERY_TRACE_PAINT");
-    if (!tracing || paintedWhileDrawing || !store.isDrawing())
+    if (paintedWhileDrawing || !store.isDrawing())
         return;
     paintedWhileDrawing = true;
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    std::fprintf(stderr, "quillery: overlay painted at %.3f\n",
-                 std::chrono::duration<double>(now).count());
+    FrameStats::shared().firstPaintWhileDrawing();
 }
 
 // ---- pointer
