@@ -17,8 +17,9 @@ public:
     static OverlayHost& current();
     static void install(std::unique_ptr<OverlayHost> host);
 
-    // One new surface per output for the store's drawing; the surfaces made
-    // before are let go (later: one of them may be handling an event).
+    // One surface per output for the store's drawing: those of outputs that
+    // stay as they were are kept, the others let go (later: one of them may
+    // be handling an event).
     virtual std::vector<OverlaySurface*> rebuild(DrawingStore& store) = 0;
     // Where the pointer is on the virtual desktop.
     virtual QPoint pointerPosition() const = 0;

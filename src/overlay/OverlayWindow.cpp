@@ -156,6 +156,11 @@ void OverlayWindow::makeKey() {
     if (!canBecomeKey())
         return;
     orderFront();
+    // Shown again, the window may still be Qt's focus window from before it
+    // was hidden; the server's focus then brings no activation, and the
+    // widgets would never learn they have the keyboard.
+    if (QGuiApplication::focusWindow() == windowHandle() && QApplication::activeWindow() != this)
+        QApplication::setActiveWindow(this);
     view_->setFocus(Qt::ActiveWindowFocusReason);
     activateWindow();
     // A managed window is activated through the window manager (which the

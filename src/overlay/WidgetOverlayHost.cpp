@@ -8,6 +8,7 @@
 #include <QCursor>
 #include <QGuiApplication>
 #include <QScreen>
+#include <algorithm>
 
 WidgetOverlayHost::WidgetOverlayHost(OverlayWindow::Kind kind) : kind(kind) {
     screenChange.setSingleShot(true);
@@ -32,30 +33,41 @@ void WidgetOverlayHost::watchScreen(QScreen* screen) {
 }
 
 std::vector<OverlaySurface*> WidgetOverlayHost::rebuild(DrawingStore& store) {
+    // Asked afresh: a compositing manager may have come or gone unannounced
+    // (a server without XFixes).
+    askWhetherShaped();
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    if (!windowsFit(screens))
+        replaceWindows(screens, store);
+    std::vector<OverlaySurface*> surfaces;
+    for (OverlayWindow* window : windows_) {
+        window->setShaped(shaped);
+        surfaces.push_back(window);
+    }
+    return surfaces;
+}
+
+bool WidgetOverlayHost::windowsFit(const QList<QScreen*>& screens) const {
+    return std::ranges::equal(windows_, screens, [](OverlayWindow* window, QScreen* screen) {
+        return window->screen() == screen && window->geometry() == screen->geometry();
+    });
+}
+
+void WidgetOverlayHost::replaceWindows(const QList<QScreen*>& screens, DrawingStore& store) {
     for (OverlayWindow* window : windows_) {
         window->orderOut();
         // Deleted later: one of them may still be inside an event handler.
         window->deleteLater();
     }
     windows_.clear();
-    // Asked afresh: a compositing manager may have come or gone unannounced
-    // (a server without XFixes).
-    askWhetherShaped();
-    const QList<QScreen*> screens = QGuiApplication::screens();
     std::erase_if(scenes, [&screens](const auto& entry) {
         if (screens.contains(entry.first))
             return false;
         entry.second->deleteLater(); // after the windows that show it
         return true;
     });
-    std::vector<OverlaySurface*> surfaces;
-    for (QScreen* screen : screens) {
-        auto* window = new OverlayWindow(screen, store, sceneFor(screen, store), kind);
-        window->setShaped(shaped);
-        windows_.push_back(window);
-        surfaces.push_back(window);
-    }
-    return surfaces;
+    for (QScreen* screen : screens)
+        windows_.push_back(new OverlayWindow(screen, store, sceneFor(screen, store), kind));
 }
 
 OverlayScene& WidgetOverlayHost::sceneFor(QScreen* screen, DrawingStore& store) {

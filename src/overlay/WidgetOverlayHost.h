@@ -29,15 +29,18 @@ public:
 
 private:
     void watchScreen(QScreen* screen);
+    // Whether there is one window per screen, in order, covering it.
+    bool windowsFit(const QList<QScreen*>& screens) const;
+    void replaceWindows(const QList<QScreen*>& screens, DrawingStore& store);
     void compositingChanged();
     // Whether windows must be cut to their ink now; true if that changed.
     bool askWhetherShaped();
     OverlayScene& sceneFor(QScreen* screen, DrawingStore& store);
 
+    // One window per screen, kept from one drawing session to the next while
+    // the screens stay as they are.
     std::vector<OverlayWindow*> windows_;
-    // One scene per screen, with its painted layers, kept from one drawing
-    // session to the next while the windows are made anew (a window shown
-    // again does not reliably get the keyboard back).
+    // One scene per screen, with its painted layers.
     std::map<QScreen*, OverlayScene*> scenes;
     OverlayWindow::Kind kind;
     bool shaped = false;
