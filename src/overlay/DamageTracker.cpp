@@ -182,34 +182,20 @@ void DamageTracker::updateCurrent(const DrawingStore& store, std::vector<QRectF>
         current = Current{};
         return;
     }
-    Current next;
-    next.present = true;
-    next.kind = item->kind;
-    next.first = item->points.empty() ? QPointF() : item->points.front();
-    next.last = item->points.empty() ? QPointF() : item->points.back();
-    next.pointCount = item->points.size();
-    next.color = item->color.rgba();
-    next.width = item->width;
-    next.text = item->text;
-
-    const bool sameStart = current.present && current.kind == next.kind &&
-                           current.first == next.first && current.color == next.color &&
-                           current.width == next.width;
+    Current next{true, StrokeMark::of(*item), item->text, {}};
     // A stroke only ever grows at its end: what changed is the new piece.
-    const bool grown = sameStart && isFreehandTool(next.kind) && current.pointCount > 0 &&
-                       next.pointCount >= current.pointCount &&
-                       item->points[current.pointCount - 1] == current.last;
-    if (grown) {
-        if (next.pointCount == current.pointCount)
+    if (current.present && isFreehandTool(item->kind) && current.mark.grewInto(*item)) {
+        if (next.mark.pointCount == current.mark.pointCount)
             return;
-        const QRectF tail = Renderer::tailBounds(*item, current.pointCount);
+        const QRectF tail = Renderer::tailBounds(*item, current.mark.pointCount);
         damage.push_back(tail);
         next.bounds = current.bounds.united(tail);
         current = std::move(next);
         return;
     }
-    const bool same = sameStart && current.pointCount == next.pointCount &&
-                      current.last == next.last && current.text == next.text;
+    const bool same = current.present && current.mark.sameStart(*item) &&
+                      current.mark.pointCount == next.mark.pointCount &&
+                      current.mark.last == next.mark.last && current.text == next.text;
     if (same)
         return;
     if (current.present)

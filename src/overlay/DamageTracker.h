@@ -1,6 +1,7 @@
 #pragma once
 
 #include "DrawnItem.h"
+#include "StrokeMark.h"
 #include "Tool.h"
 
 #include <QRect>
@@ -46,12 +47,7 @@ private:
     // The item in progress, as far as its damage needs it.
     struct Current {
         bool present = false;
-        Tool kind = Tool::pen;
-        QPointF first;
-        QPointF last;
-        size_t pointCount = 0;
-        QRgb color = 0;
-        qreal width = 0;
+        StrokeMark mark;
         QString text;
         QRectF bounds;
     };

@@ -16,12 +16,6 @@ QRect StrokeInk::toDevice(const QRectF& onOverlay) const {
     return DevicePixels::covering(onOverlay, dpr) & pixels.rect();
 }
 
-bool StrokeInk::holds(const Item& item) const {
-    return pointCount > 0 && item.kind == kind && item.color.rgba() == color &&
-           item.width == width && item.points.size() >= pointCount &&
-           item.points.front() == first && item.points[pointCount - 1] == last;
-}
-
 bool StrokeInk::refresh(const Item& item, const QRect& area, QPoint at, QSize overlaySize,
                         qreal ratio) {
     if (pixels.isNull() || at != origin || overlaySize != size || ratio != dpr) {
@@ -33,13 +27,13 @@ bool StrokeInk::refresh(const Item& item, const QRect& area, QPoint at, QSize ov
         pixels.fill(Qt::transparent);
         fresh = QRegion();
         used = QRect();
-        pointCount = 0;
+        mark = {};
     }
     if (pixels.isNull())
         return false;
     if (item.points.empty())
         return true;
-    if (!holds(item)) {
+    if (!mark.grewInto(item)) {
         // Another stroke: what the last one left goes.
         if (!used.isEmpty()) {
             QPainter painter(&pixels);
@@ -47,17 +41,13 @@ bool StrokeInk::refresh(const Item& item, const QRect& area, QPoint at, QSize ov
         }
         fresh = QRegion();
         used = QRect();
-        kind = item.kind;
-        color = item.color.rgba();
-        width = item.width;
-        first = item.points.front();
-    } else if (item.points.size() > pointCount) {
+    } else if (item.points.size() > mark.pointCount) {
         // The new segments change pixels only within the bounds of the tail.
-        const QRectF tail = Renderer::tailBounds(item, pointCount).translated(-QPointF(origin));
+        const QRectF tail =
+            Renderer::tailBounds(item, mark.pointCount).translated(-QPointF(origin));
         fresh -= toDevice(tail).adjusted(-1, -1, 1, 1);
     }
-    pointCount = item.points.size();
-    last = item.points.back();
+    mark = StrokeMark::of(item);
 
     const QRegion todo = QRegion(toDevice(QRectF(area))) - fresh;
     if (todo.rectCount() > mostPiecesPainted) {
@@ -90,7 +80,7 @@ void StrokeInk::paint(QPainter& painter, const QRect& area) const {
 }
 
 bool StrokeInk::completes(const Item& finished) {
-    if (pixels.isNull() || !holds(finished))
+    if (pixels.isNull() || !mark.grewInto(finished))
         return false;
     const QRectF bounds = Renderer::itemBounds(finished, false).translated(-QPointF(origin));
     refresh(finished, bounds.toAlignedRect(), origin, size, dpr);
@@ -98,12 +88,12 @@ bool StrokeInk::completes(const Item& finished) {
 }
 
 void StrokeInk::startOver() {
-    pointCount = 0;
+    mark = {};
 }
 
 void StrokeInk::clear() {
     pixels = QImage();
     fresh = QRegion();
     used = QRect();
-    pointCount = 0;
+    mark = {};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Item.h"
+#include "StrokeMark.h"
 
 #include <QImage>
 #include <QPoint>
@@ -34,7 +35,6 @@ public:
     void clear();
 
 private:
-    bool holds(const Item& item) const;
     void paintAt(const Item& item, const QRect& devicePixels);
     QRect toDevice(const QRectF& onOverlay) const;
 
@@ -43,12 +43,7 @@ private:
     QSize size;
     qreal dpr = 1;
     // The stroke painted so far, as far as telling it apart needs.
-    Tool kind = Tool::pen;
-    QRgb color = 0;
-    qreal width = 0;
-    QPointF first;
-    QPointF last;
-    size_t pointCount = 0;
+    StrokeMark mark;
     // Device pixels that show the stroke as it stands, and all that were painted.
     QRegion fresh;
     QRect used;
