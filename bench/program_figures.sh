@@ -26,7 +26,7 @@ fi
 log=$(mktemp)
 QUILLERY_TRACE_PAINT=1 "$binary" 2>"$log" &
 pid=$!
-trap 'kill $pid 2>/dev/null; wait $pid 2>/dev/null; rm -f "$log"' EXIT
+trap 'kill $pid 2>/dev/null; wait $pid 2>/dev/null || true; rm -f "$log"' EXIT
 
 paints() { grep -c 'overlay painted' "$log" || true; }
 rss() { awk '/VmRSS/ { printf "%.1f MB", $2 / 1024 }' "/proc/$pid/status"; }
