@@ -30,7 +30,7 @@ void OverlayLayerCache::paintNewOnTop(std::span<const Item> items, std::span<con
         QImage pixels = image.copy(area);
         underneathBytes += size_t(pixels.sizeInBytes());
         underneath.push_back({drawn[i].key.id, area, std::move(pixels)});
-        if (ready.pixels && ready.id == items[i].id && ready.pixels->size() == image.size()) {
+        if (ready.isFor(items[i]) && ready.pixels->size() == image.size()) {
             QPainter painter(&image);
             DevicePixels::composite(painter, *ready.pixels, area, dpr);
         } else {
@@ -86,7 +86,7 @@ void OverlayLayerCache::update(std::span<const Item> items, std::span<const Draw
         }
         image.setDevicePixelRatio(dpr);
         // The first stroke on an empty screen comes with its pixels.
-        const size_t inHand = ready.pixels && ready.id == items.back().id ? 1 : 0;
+        const size_t inHand = ready.isFor(items.back()) ? 1 : 0;
         repaintAll(items.first(items.size() - inHand));
         paintNewOnTop(items.last(inHand), drawn.last(inHand), ready);
         held.assign(drawn.begin(), drawn.end());

@@ -29,6 +29,8 @@ public:
     struct Prepainted {
         quint64 id = 0;
         const QImage* pixels = nullptr;
+
+        bool isFor(const Item& item) const { return pixels && id == item.id; }
     };
     void update(std::span<const Item> items, std::span<const DrawnItem> drawn, QPoint origin,
                 QSize size, qreal dpr, const Prepainted& ready);
