@@ -74,11 +74,11 @@ class X11HotKeyTest : public QObject {
         QStringList arguments;
         for (const QString& change : changes)
             arguments << "-e" << change;
-        QVERIFY(!XDesktop::run("xmodmap", arguments).isNull() && settle());
+        QVERIFY(RunningQuillery::run("xmodmap", arguments) && settle());
     }
     // A keycode that types nothing, for moving keys around.
     static int spareKeycode() {
-        for (const QByteArray& line : XDesktop::run("xmodmap", {"-pke"}).split('\n'))
+        for (const QByteArray& line : RunningQuillery::output("xmodmap", {"-pke"}).split('\n'))
             if (const QList<QByteArray> parts = line.simplified().split(' ');
                 parts.size() == 3 && parts[2] == "=" && parts[1].toInt() > 90)
                 return parts[1].toInt();
@@ -92,7 +92,7 @@ private Q_SLOTS:
         watcher.markerType = other.markerAtom;
         manager(); // its filter first, so the watcher sees events before it
         QCoreApplication::instance()->installNativeEventFilter(&watcher);
-        QVERIFY(!XDesktop::run("xset", {"r", "rate", "200", "40"}).isNull());
+        QVERIFY(RunningQuillery::run("xset", {"r", "rate", "200", "40"}));
     }
     void init() {
         settings = std::make_unique<TestSettings>();

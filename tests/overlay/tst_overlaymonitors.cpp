@@ -27,10 +27,10 @@ class OverlayMonitorsTest : public QObject {
                                      .arg(r.height() * 254 / 960)
                                      .arg(r.x())
                                      .arg(r.y());
-        return !XDesktop::run("xrandr", {"--setmonitor", name, geometry, output}).isNull();
+        return RunningQuillery::run("xrandr", {"--setmonitor", name, geometry, output});
     }
     static bool unplugRight() {
-        return !XDesktop::run("xrandr", {"--delmonitor", "RIGHT"}).isNull() &&
+        return RunningQuillery::run("xrandr", {"--delmonitor", "RIGHT"}) &&
                QTest::qWaitFor([] { return QGuiApplication::screens().size() == 1; }, 5000);
     }
     // Qt misses a monitor taken away and put back at once: one step at a time.
@@ -70,7 +70,7 @@ class OverlayMonitorsTest : public QObject {
 private Q_SLOTS:
     void initTestCase() {
         QVERIFY(setMonitor("LEFT", left, "screen"));
-        QVERIFY(!XDesktop::run("xsetroot", {"-solid", "#3060a0"}).isNull());
+        QVERIFY(RunningQuillery::run("xsetroot", {"-solid", "#3060a0"}));
         // The hint bar is dark by design.
         Settings::shared().setHudVisible(false);
     }

@@ -3,7 +3,6 @@
 #include "DrawingStore.h"
 
 inline constexpr auto drawingStoreChanged = &DrawingStore::drawingStoreChanged;
-inline constexpr auto drawingStateChanged = &DrawingStore::drawingStateChanged;
 
 // Counts the emissions of one of a store's notices while it lives.
 class NotificationCounter {

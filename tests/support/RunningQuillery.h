@@ -27,8 +27,10 @@ inline Finished finish(const QString& program, const QStringList& arguments,
     return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
 }
 
+// What a program that succeeded wrote: empty, not null, if nothing; null if it failed.
 inline QByteArray output(const QString& program, const QStringList& arguments) {
-    return finish(program, arguments).out;
+    const Finished finished = finish(program, arguments);
+    return finished.exitCode != 0 ? QByteArray() : finished.out.isNull() ? "" : finished.out;
 }
 
 inline bool run(const QString& program, const QStringList& arguments) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "RunningQuillery.h"
+
 #include <QGuiApplication>
 #include <QImage>
 #include <QMap>
@@ -21,20 +23,12 @@
 // pointer and key events, ImageMagick for screenshots of the root window.
 namespace XDesktop {
 
-// Runs a command to its end: its standard output, or a null array if it failed.
-inline QByteArray run(const QString& program, const QStringList& arguments) {
-    QProcess process;
-    process.start(program, arguments);
-    if (!process.waitForFinished(15000) || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0)
-        return {};
-    const QByteArray output = process.readAllStandardOutput();
-    return output.isNull() ? QByteArray("") : output;
-}
+using RunningQuillery::output;
 
 // Arguments separated by spaces, such as "key ctrl+alt+d".
 inline bool xdotool(const QString& arguments) {
-    return !run(QStringLiteral("xdotool"), arguments.split(u' ', Qt::SkipEmptyParts)).isNull();
+    return RunningQuillery::run(QStringLiteral("xdotool"),
+                                arguments.split(u' ', Qt::SkipEmptyParts));
 }
 
 // Moves the pointer to p, and then presses the left button if asked to.
@@ -56,7 +50,7 @@ inline bool drag(const QList<QPoint>& points, double pauseSeconds = 0.03) {
 }
 
 inline QImage screenshot() {
-    return QImage::fromData(run("import", {"-window", "root", "png:-"}), "PNG");
+    return QImage::fromData(output("import", {"-window", "root", "png:-"}), "PNG");
 }
 
 inline int countPixels(const std::function<bool(QColor)>& matches, QRect area = {}) {
@@ -84,23 +78,24 @@ inline bool isYellow(QColor c) {
 
 // The window the window manager calls active.
 inline WId activeWindow() {
-    return run("xdotool", {"getactivewindow"}).trimmed().toULongLong();
+    return output("xdotool", {"getactivewindow"}).trimmed().toULongLong();
 }
 
 // The ids of the visible windows whose title matches a regular expression.
 inline QStringList windowsNamed(const QString& title) {
-    return QString::fromLatin1(run("xdotool", {"search", "--onlyvisible", "--name", title}))
+    return QString::fromLatin1(output("xdotool", {"search", "--onlyvisible", "--name", title}))
         .split(u'\n', Qt::SkipEmptyParts);
 }
 
 // The geometries of the visible windows of the quillery program.
 inline QList<QRect> programWindows() {
     QList<QRect> windows;
-    const QByteArray ids = run("xdotool", {"search", "--onlyvisible", "--classname", "quillery"});
+    const QByteArray ids =
+        output("xdotool", {"search", "--onlyvisible", "--classname", "quillery"});
     for (const QByteArray& id : ids.split('\n')) {
         QMap<QByteArray, int> values;
         const QByteArray shell =
-            id.isEmpty() ? QByteArray() : run("xdotool", {"getwindowgeometry", "--shell", id});
+            id.isEmpty() ? QByteArray() : output("xdotool", {"getwindowgeometry", "--shell", id});
         for (const QByteArray& line : shell.split('\n'))
             if (const qsizetype equals = line.indexOf('='); equals > 0)
                 values[line.left(equals)] = line.mid(equals + 1).toInt();
