@@ -16,4 +16,5 @@ public:
     void watchCompositing(std::function<void()>) override {}
     void watchSystemTray(std::function<void()>) override {}
     void setVisibleRegion(WindowId, const std::optional<QRegion>&) override {}
+    void takeInputOncePerMove(WindowId) override {}
 };

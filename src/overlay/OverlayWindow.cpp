@@ -67,6 +67,7 @@ OverlayWindow::OverlayWindow(QScreen* screen, DrawingStore& store, OverlayScene&
     // The native window exists from here on, so click-through can be switched
     // on the live window without hiding it.
     create();
+    WindowSystem::current().takeInputOncePerMove(winId());
 
     reshapeTimer.setSingleShot(true);
     reshapeTimer.setInterval(view_->frameIntervalMs());

@@ -50,6 +50,9 @@ public:
     // Limits what window shows of itself to region, in the window's native
     // pixels; std::nullopt shows all of it again.
     virtual void setVisibleRegion(WindowId window, const std::optional<QRegion>& region) = 0;
+    // Has each pointer move, click and touch reach window once, not once per
+    // input device (the master pointer and the physical device behind it).
+    virtual void takeInputOncePerMove(WindowId window) = 0;
 
 protected:
     WindowSystem() = default;

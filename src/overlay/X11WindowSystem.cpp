@@ -9,6 +9,7 @@
 #include <vector>
 #include <xcb/shape.h>
 #include <xcb/xfixes.h>
+#include <xcb/xinput.h>
 
 namespace {
 
@@ -227,4 +228,37 @@ void X11WindowSystem::setVisibleRegion(WindowId id, const std::optional<QRegion>
                              static_cast<uint32_t>(rectangles.size()), rectangles.data());
     }
     xcb_flush(connection);
+}
+
+// Qt selects input events on its windows for every device, masters and the
+// physical devices behind them alike, and drops what comes from the latter
+// but while a window is being moved by hand, which an overlay never is. Each
+// pointer move then costs the server, the event thread and the event loop two
+// events. The same selection for the master devices alone brings each once.
+void X11WindowSystem::takeInputOncePerMove(WindowId id) {
+    if (!hasExtension(&xcb_input_id))
+        return;
+    const auto window = static_cast<xcb_window_t>(id);
+    const Reply<xcb_input_xi_get_selected_events_reply_t> selected(
+        xcb_input_xi_get_selected_events_reply(
+            connection, xcb_input_xi_get_selected_events(connection, window), nullptr));
+    if (!selected)
+        return;
+    for (auto masks = xcb_input_xi_get_selected_events_masks_iterator(selected.get()); masks.rem;
+         xcb_input_event_mask_next(&masks)) {
+        if (masks.data->deviceid != XCB_INPUT_DEVICE_ALL)
+            continue;
+        // Two masks in a row: none for every device, Qt's own for the masters.
+        const uint16_t words = masks.data->mask_len;
+        std::vector<uint32_t> request(2 + words);
+        const xcb_input_event_mask_t none{XCB_INPUT_DEVICE_ALL, 0};
+        const xcb_input_event_mask_t masters{XCB_INPUT_DEVICE_ALL_MASTER, words};
+        std::memcpy(&request[0], &none, sizeof none);
+        std::memcpy(&request[1], &masters, sizeof masters);
+        std::memcpy(&request[2], xcb_input_event_mask_mask(masks.data), words * sizeof(uint32_t));
+        xcb_input_xi_select_events(connection, window, 2,
+                                   reinterpret_cast<const xcb_input_event_mask_t*>(request.data()));
+        xcb_flush(connection);
+        return;
+    }
 }

@@ -24,6 +24,7 @@ public:
     void watchCompositing(std::function<void()> changed) override;
     void watchSystemTray(std::function<void()> changed) override;
     void setVisibleRegion(WindowId window, const std::optional<QRegion>& region) override;
+    void takeInputOncePerMove(WindowId window) override;
 
 private:
     bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr* result) override;
