@@ -1,60 +1,15 @@
 #include "HotKeyConfig.h"
-#include "TestSettings.h"
 
-#include <QGuiApplication>
 #include <QKeyEvent>
-#include <QProcess>
 #include <QtTest>
 #include <X11/keysym.h>
 
-// The stored shortcut in a real settings file, read by a new process (this
-// binary, told by --print-shortcut), and what key events are recorded as.
+// What the shortcut recorder stores for a key event: the key code, its name
+// and the modifiers.
 class HotKeyConfigTest : public QObject {
     Q_OBJECT
 
-    std::unique_ptr<TestSettings> settings;
-
-    // What a new process prints, and what it says on stderr.
-    static std::pair<QString, QString> readInChild() {
-        QProcess child;
-        child.start(QCoreApplication::applicationFilePath(), {"--print-shortcut"});
-        child.waitForFinished(20000);
-        return {QString::fromUtf8(child.readAllStandardOutput()).trimmed(),
-                QString::fromLocal8Bit(child.readAllStandardError())};
-    }
-
 private Q_SLOTS:
-    void init() { settings = std::make_unique<TestSettings>(); }
-
-    // "printed" is the display text, key code and modifiers. (Damaged and fatal
-    // values are in tst_settings.)
-    void storedShortcutInANewProcess_data() {
-        QTest::addColumn<QByteArray>("stored");
-        QTest::addColumn<QString>("printed");
-        QTest::newRow("fresh") << QByteArray() << "Ctrl+Alt+D 2 6144";
-        QTest::newRow("no name") << QByteArray("hkCode=50\nhkMods=256\n") << "Super+? 50 256";
-        QTest::newRow("symbols in order")
-            << QByteArray("hkCode=96\nhkMods=4864\nhkName=F5\n") << "Ctrl+Shift+Super+F5 96 4864";
-        QTest::newRow("largest") << QByteArray("hkCode=4294967295\nhkMods=4294967295\nhkName=X\n")
-                                 << "Ctrl+Alt+Shift+Super+X 4294967295 4294967295";
-    }
-    void storedShortcutInANewProcess() {
-        QFETCH(QByteArray, stored);
-        settings->writeFile("[General]\n" + stored);
-        const auto [out, err] = readInChild();
-        QTEST(out, "printed");
-        QVERIFY2(!err.contains(settings->filePath()), qPrintable(err)); // no complaint
-        QFile file(settings->filePath()); // reading leaves it as it was
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(file.readAll(), "[General]\n" + stored);
-    }
-
-    void savedShortcutSurvivesANewProcess() {
-        HotKeyConfig{96, 0x1300, QStringLiteral("F5")}.save();
-        QCOMPARE(readInChild().first, QStringLiteral("Ctrl+Shift+Super+F5 96 4864"));
-    }
-
-    // The key code and name the recorder stores, and the modifiers it stores with them.
     void keyEventsRecorded_data() {
         QTest::addColumn<int>("key");
         QTest::addColumn<int>("modifiers");
@@ -92,16 +47,5 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char** argv) {
-    QGuiApplication app(argc, argv);
-    if (argc == 2 && qstrcmp(argv[1], "--print-shortcut") == 0) {
-        const HotKeyConfig current = HotKeyConfig::current();
-        std::printf("%s %u %u\n", current.display().toUtf8().constData(), current.keyCode,
-                    current.modifiers);
-        return 0;
-    }
-    HotKeyConfigTest test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_GUILESS_MAIN(HotKeyConfigTest)
 #include "tst_hotkeyconfig.moc"

@@ -37,13 +37,15 @@ private Q_SLOTS:
         QSignalSpy changes(&s, &Settings::changed);
         s.setFadeSeconds(8);
         s.setHudVisible(false);
-        s.setHotKey(2, 0x1800, QStringLiteral("D"));
-        s.setHotKey(2, 0x1800, QStringLiteral("D")); // the same again: no news
+        // The largest key code, and every modifier, shown in the desktop's order.
+        s.setHotKey(4294967295, 0x1B00, QStringLiteral("F5"));
+        s.setHotKey(4294967295, 0x1B00, QStringLiteral("F5")); // the same again: no news
         QCOMPARE(changes.size(), 5);
-        QCOMPARE(readBack(), QStringLiteral("fade 8, hint bar off, welcome due, Ctrl+Alt+D"));
+        s.reload(); // as a new process reads the file
+        QCOMPARE(readBack(), "fade 8, hint bar off, welcome due, Ctrl+Alt+Shift+Super+F5");
         const QSettings file(settings->filePath(), QSettings::IniFormat);
         QCOMPARE(file.value("fadeSeconds").toString() + ' ' + file.value("hkMods").toString(),
-                 "8 6144");
+                 "8 6912");
     }
 
     // A damaged value falls back to its default (the shortcut to Ctrl+Alt+D as a
