@@ -7,7 +7,7 @@
 using namespace RunningQuillery;
 
 // The real program on a layer-shell Wayland desktop (headless sway with two
-// outputs side by side), driven through a virtual pointer and keyboard as a
+// outputs side by side, 1920x1080 and 1280x720), driven through a virtual pointer and keyboard as a
 // user would drive it, and seen through screenshots.
 class WaylandTest : public WaylandDesktop {
     Q_OBJECT
@@ -61,6 +61,9 @@ private Q_SLOTS:
         keyboard.start("wtype", {"-s", "3600000"});
         QTRY_VERIFY_WITH_TIMEOUT(output("swaymsg", {"-t", "get_seats"}).contains("\"keyboard\""),
                                  10000);
+        QVERIFY(run("swaymsg", {"create_output"}) &&
+                run("swaymsg", {"output HEADLESS-2 resolution 1280x720 position 1920 0"}));
+        QTRY_VERIFY(output("swaymsg", {"-t", "get_outputs"}).contains("\"x\": 1920"));
         // An application window filling the first output, under the overlay.
         QVERIFY(start());
         QTRY_COMPARE_WITH_TIMEOUT(status("host"), "wayland", 10000);
