@@ -3,7 +3,6 @@
 #include "DrawingStore.h"
 #include "HotKeyConfig.h"
 #include "HotKeyManager.h"
-#include "NotificationCounter.h"
 #include "NullHotKeyBackend.h"
 #include "OverlayController.h"
 #include "OverlayHost.h"
@@ -158,10 +157,10 @@ private Q_SLOTS:
             return texts.join(u',');
         };
         QCOMPARE(markedNow(), marked);
-        NotificationCounter repaints(drawingStoreChanged);
+        QSignalSpy repaints(&DrawingStore::shared(), &DrawingStore::drawingStoreChanged);
         fadeMenu()->actions().at(1)->trigger();
         QCOMPARE(Settings::shared().fadeSeconds(), 2.0);
-        QCOMPARE(repaints.count, 1);
+        QCOMPARE(repaints.size(), 1);
         QCOMPARE(markedNow(), QStringLiteral("2 seconds"));
     }
 
@@ -224,9 +223,9 @@ private Q_SLOTS:
         OverlayController::shared().store().begin({100, 100});
         OverlayController::shared().store().finishStroke({300, 200});
         OverlayController::shared().stop();
-        NotificationCounter fadeTicks(drawingStoreChanged);
+        QSignalSpy fadeTicks(&DrawingStore::shared(), &DrawingStore::drawingStoreChanged);
         Clock::setFixedNow(t0 + 4.4);
-        QTRY_VERIFY(fadeTicks.count >= 2);
+        QTRY_VERIFY(fadeTicks.size() >= 2);
         QSignalSpy repaints(&OverlayController::shared().surfaces().front()->scene(),
                             &OverlayScene::repaintNeeded);
         QTest::keyClick(window->fadeComboBox(), Qt::Key_Down);

@@ -5,11 +5,16 @@
 #include "OverlayController.h"
 #include "OverlayView.h"
 #include "OverlayWindow.h"
-#include "OverlayWindows.h"
 #include "TestSettings.h"
+#include "WidgetOverlayHost.h"
 #include "XTestSupport.h"
 
 #include <QtTest>
+
+// The overlay's windows, where the overlay is drawn with Qt windows.
+inline const std::vector<OverlayWindow*>& overlayWindows() {
+    return dynamic_cast<WidgetOverlayHost&>(OverlayController::shared().host()).windows();
+}
 
 // What the X11 overlay tests share: the one drawing session, with settings of
 // its own and a clock that stands still, and its windows as the server has them.
