@@ -190,13 +190,14 @@ inline void waitForWindowManager() {
 class PeerApp {
 public:
     explicit PeerApp(QRect geometry) {
-        process.start(QStringLiteral("xev"), {QStringLiteral("-geometry"),
-                                              QStringLiteral("%1x%2+%3+%4")
-                                                  .arg(geometry.width())
-                                                  .arg(geometry.height())
-                                                  .arg(geometry.x())
-                                                  .arg(geometry.y()),
-                                              "-event", "button", "-event", "keyboard"});
+        process.start(QStringLiteral("xev"),
+                      {QStringLiteral("-geometry"),
+                       QStringLiteral("%1x%2+%3+%4")
+                           .arg(geometry.width())
+                           .arg(geometry.height())
+                           .arg(geometry.x())
+                           .arg(geometry.y()),
+                       "-name", name, "-event", "button", "-event", "keyboard"});
     }
     ~PeerApp() {
         process.kill();
@@ -207,22 +208,18 @@ public:
 
     // Waits until its window is mapped and active.
     bool waitUntilActive() {
-        if (!waitForLine(QStringLiteral("Outer window is ")))
+        QStringList shown;
+        if (!QTest::qWaitFor(
+                [&] { return !(shown = XDesktop::windowsNamed("^" + name)).isEmpty(); }, 5000))
             return false;
-        window = lines.filter(QStringLiteral("Outer window is "))
-                     .front()
-                     .split(u' ')[3]
-                     .chopped(1)
-                     .toULongLong(nullptr, 16);
-        const QString id = QString::number(window);
+        window = shown.front().toULongLong();
         // A window manager may refuse to activate a window that asks by itself
         // (focus stealing): ask again, as a user would, through the window manager.
-        const bool mapped = QTest::qWaitFor([this] { return XServer::isViewable(window); }, 5000);
-        for (int attempt = 0; mapped && attempt < 20; ++attempt)
-            if (XDesktop::xdotool(QStringLiteral("windowactivate ") + id) &&
+        for (int attempt = 0; attempt < 20; ++attempt)
+            if (XDesktop::xdotool("windowactivate " + shown.front()) &&
                 QTest::qWaitFor([this] { return XDesktop::activeWindow() == window; }, 250))
                 return true;
-        qWarning() << "the other application's window" << id << "did not become active";
+        qWarning() << "the other application's window" << window << "did not become active";
         return false;
     }
 
@@ -245,6 +242,7 @@ public:
     WId window = 0;
 
 private:
+    const QString name = QStringLiteral("quillery-test-peer");
     // xev writes an event as a block of lines that ends with an empty one.
     void readEvents() {
         static const auto option = QRegularExpression::DotMatchesEverythingOption;
