@@ -18,7 +18,6 @@ public:
     static constexpr const char* path = "/org/freedesktop/portal/desktop";
     QStringList calls;
     QString session;
-    uint answer = 0; // 0 granted, 1 cancelled, 2 refused
 
     // Once, before the first call.
     static void registerTypes() {
@@ -57,7 +56,7 @@ public:
         }
         QDBusMessage response =
             QDBusMessage::createSignal(request, "org.freedesktop.portal.Request", "Response");
-        response << answer << results;
+        response << 0u /* granted */ << results;
         bus.send(response);
         return true;
     }

@@ -288,14 +288,12 @@ public:
 
     bool isConnected() const { return xcb_connection_has_error(connection) == 0; }
 
-    // The first key that types keysym unshifted, in the keymap as it is now.
+    // The first key that types keysym, in the keymap as it is now.
     xcb_keycode_t keycodeOf(xcb_keysym_t keysym) const {
         xcb_key_symbols_t* symbols = xcb_key_symbols_alloc(connection);
-        xcb_keycode_t found = 0;
-        const xcb_setup_t* setup = xcb_get_setup(connection);
-        for (int code = setup->min_keycode; code <= setup->max_keycode && !found; ++code)
-            if (xcb_key_symbols_get_keysym(symbols, xcb_keycode_t(code), 0) == keysym)
-                found = xcb_keycode_t(code);
+        xcb_keycode_t* codes = xcb_key_symbols_get_keycode(symbols, keysym);
+        const xcb_keycode_t found = codes ? codes[0] : 0;
+        std::free(codes);
         xcb_key_symbols_free(symbols);
         return found;
     }
