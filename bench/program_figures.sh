@@ -117,5 +117,6 @@ if [ "$strokes" -gt 0 ]; then
     done
 fi
 toggle
-sleep 1
+sleep 2 # the last strokes fade out
+wait_idle
 echo "Resident memory, idle again: $(rss)"
