@@ -7,8 +7,8 @@
 using namespace RunningQuillery;
 
 // The real program on a layer-shell Wayland desktop (headless sway with two
-// outputs side by side, 1920x1080 and 1280x720), driven through a virtual pointer and keyboard as a
-// user would drive it, and seen through screenshots.
+// outputs side by side, 1920x1080 and 1280x720), driven through a virtual
+// pointer and keyboard as a user would drive it, and seen through screenshots.
 class WaylandTest : public WaylandDesktop {
     Q_OBJECT
 

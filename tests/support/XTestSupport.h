@@ -257,8 +257,6 @@ private:
                     << QStringLiteral("press %1 %2").arg(pressed.captured(1), pressed.captured(2));
             else if (const auto typed = key.match(block); typed.hasMatch())
                 lines << QStringLiteral("key ") + typed.captured(1);
-            else
-                lines << block.section(u'\n', 0, 0);
         }
     }
 
